@@ -1,0 +1,10 @@
+install(DIRECTORY include/tessaly DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(FILES runtime/node_runtime.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tessaly/runtime)
+install(FILES LICENSE CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
+
+foreach(library tessaly tessaly_static tessaly_runtime)
+    if(TARGET ${library})
+        install(TARGETS ${library})
+    endif()
+endforeach()

@@ -1,0 +1,30 @@
+# The local node: its engine as a static library, and around it the stand-in runtime, libtessaly-runtime.so.7.
+# localnode/engine/sources.cmake adds to tessaly_engine, localnode/runtime/sources.cmake to tessaly_runtime.
+
+if(NOT EXISTS ${PROJECT_SOURCE_DIR}/localnode/engine/sources.cmake)
+    return()
+endif()
+
+add_library(tessaly_engine STATIC)
+include(${PROJECT_SOURCE_DIR}/localnode/engine/sources.cmake)
+set_target_properties(tessaly_engine PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden)
+target_compile_definitions(tessaly_engine PUBLIC TESSALY_NODE_SIDE)
+target_include_directories(tessaly_engine PUBLIC ${tessaly_include_dirs})
+if(TARGET tessaly_ground)
+    target_link_libraries(tessaly_engine PUBLIC tessaly_ground)
+endif()
+
+if(NOT TESSALY_32BIT OR NOT EXISTS ${PROJECT_SOURCE_DIR}/localnode/runtime/sources.cmake)
+    return()
+endif()
+
+# The map names no symbol version: the library must take the contract from whatever runtime is installed under this name, and
+# a versioned reference would make the loader complain about any other.
+set(map ${PROJECT_SOURCE_DIR}/cmake/libtessaly-runtime.map)
+add_library(tessaly_runtime SHARED)
+include(${PROJECT_SOURCE_DIR}/localnode/runtime/sources.cmake)
+set_target_properties(tessaly_runtime PROPERTIES OUTPUT_NAME tessaly-runtime VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR} LINK_DEPENDS ${map})
+target_include_directories(tessaly_runtime INTERFACE ${tessaly_include_dirs})
+target_link_options(tessaly_runtime PRIVATE LINKER:--version-script=${map})
+target_link_libraries(tessaly_runtime PRIVATE tessaly_engine Threads::Threads)

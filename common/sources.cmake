@@ -1,0 +1,2 @@
+target_sources(tessaly_objects PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/ebcdic.cpp)

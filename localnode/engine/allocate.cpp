@@ -1,0 +1,145 @@
+// ALLOCATE sends an attach to the partner LU and completes at once; what becomes of the attach is told by later verbs.
+// RECEIVE_ALLOCATE takes the attach that it names.
+#include "localnode/engine/allocate.h"
+
+#include "localnode/engine/attaches.h"
+#include "localnode/engine/conversations.h"
+#include "localnode/engine/tps.h"
+
+#include <cstring>
+
+namespace tessaly::node {
+
+namespace {
+
+u32 wrong_parameter(const appc_allocate& block) noexcept
+{
+    // Basic conversations are not there yet, and a mapped verb allocates nothing else.
+    if (block.conv_type != APPC_MAPPED || (block.opext & APPC_MAPPED_CONVERSATION) == 0)
+        return APPC_SEC_BAD_CONV_TYPE;
+    if (block.sync_level > APPC_SYNC_CONFIRM)
+        return APPC_SEC_BAD_SYNC_LEVEL;
+    if (block.rtn_ctl > APPC_WHEN_SESSION_FREE)
+        return APPC_SEC_BAD_RETURN_CONTROL;
+    if (block.security > APPC_SECURITY_PGM)
+        return APPC_SEC_BAD_SECURITY;
+    return 0;
+}
+
+bool all_zero(const u8* bytes, u32 count) noexcept
+{
+    return std::all_of(bytes, bytes + count, [](u8 byte) { return byte == 0; });
+}
+
+struct destination {
+    std::optional<lu_alias> lu;
+    return_codes refusal;  // without an LU
+};
+
+destination find_partner_lu(const appc_allocate& block) noexcept
+{
+    constexpr return_codes bad_alias{PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS};
+    if (!all_zero(block.plu_alias, sizeof block.plu_alias))
+        return {lu_of_alias(block.plu_alias), bad_alias};
+    if (is_blank(name_in<fq_lu_name>(block.fqplu_name)))
+        return {std::nullopt, bad_alias};
+    return {lu_of_full_name(block.fqplu_name), {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_NO_RETRY}};
+}
+
+user_name user_for(const appc_allocate& block, const tp& allocator) noexcept
+{
+    switch (block.security) {
+    case APPC_SECURITY_SAME: return allocator.user;
+    case APPC_SECURITY_PGM: return name_in<user_name>(block.user_id);
+    default: break;
+    }
+    user_name nobody;
+    nobody.fill(EBCDIC_BLANK);
+    return nobody;
+}
+
+void describe(conv_side& side, const request& verb, const lu_alias& local, const lu_alias& partner) noexcept
+{
+    const auto& block = block_as<appc_allocate>(verb.block);
+    side.conv_type = block.conv_type;
+    side.sync_level = block.sync_level;
+    side.local_lu = local;
+    side.partner_lu = partner;
+    side.program = name_in<tp_name>(block.tp_name);
+    side.mode = name_in<mode_name>(block.mode_name);
+    side.user = user_for(block, *verb.user);
+}
+
+void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
+{
+    put(block.tp_name, side.program);
+    put_tp_id(block.tp_id, *side.owner);
+    block.conv_id = side.id;
+    block.sync_level = side.sync_level;
+    block.conv_type = side.conv_type;
+    put(block.user_id, side.user);
+    put(block.lu_alias, side.local_lu);
+    put(block.plu_alias, side.partner_lu);
+    put(block.mode_name, side.mode);
+    block.conv_group_id = 0;
+    put(block.fqplu_name, full_name(side.partner_lu));
+    block.pip_incoming = 0;
+    block.duplex_type = 0;
+    std::memset(block.security_profile, EBCDIC_BLANK, sizeof block.security_profile);
+    block.pip_dlen = 0;
+    put(block.fq_lu_name, full_name(side.local_lu));
+}
+
+}  // namespace
+
+verdict allocate(node& n, request& verb)
+{
+    auto& block = block_as<appc_allocate>(verb.block);
+    if (const u32 wrong = wrong_parameter(block); wrong != 0)
+        return refuse(verb, {PARAMETER_CHECK, wrong});
+    const destination to = find_partner_lu(block);
+    if (!to.lu)
+        return refuse(verb, to.refusal);
+    if (is_blank(name_in<tp_name>(block.tp_name)))
+        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_TP_NAME_NOT_RECOGNIZED});
+    // The accepting program has no verb that would fetch them.
+    if (!verb.data.empty())
+        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_PIP_NOT_ALLOWED});
+
+    conv_side* const side = begin_conversation(n, *verb.user);
+    if (side == nullptr)
+        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_RETRY});
+    conv_side& incoming = *partner_of(n, *side);
+    describe(*side, verb, verb.user->lu, *to.lu);
+    describe(incoming, verb, *to.lu, verb.user->lu);
+    if (!send_attach(n, incoming)) {
+        release(n, incoming);
+        release(n, *side);
+        return refuse(verb, NOBODY_TAKES_IT);
+    }
+    block.conv_id = side->id;
+    block.conv_group_id = 0;
+    return verdict::answer;
+}
+
+verdict receive_allocate(node& n, request& verb)
+{
+    auto& block = block_as<appc_receive_allocate>(verb.block);
+    attach* const taken = take_attach(n, block.conv_id, verb.path->client, verb.header.src_corr);
+    if (taken == nullptr)
+        return refuse(verb, {STATE_CHECK, SEC_ALLOCATE_FAILED});
+    conv_side& side = *taken->side;
+    tp* const acceptor = begin_tp(n, *verb.path, verb.header.src_corr);
+    if (acceptor == nullptr) {
+        refuse_attach(n, *taken);
+        return refuse(verb, {UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY});
+    }
+    acceptor->lu = side.local_lu;
+    acceptor->name = side.program;
+    acceptor->user = side.user;
+    bind(side, *acceptor);
+    fill_answer(block, side);
+    return verdict::answer;
+}
+
+}  // namespace tessaly::node

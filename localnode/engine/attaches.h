@@ -1,0 +1,34 @@
+// Where conversations that were allocated meet the TPs that wait for one. An attach is offered to one waiting TP at a time,
+// which comes with a RECEIVE_ALLOCATE that names the attach, or refuses. What nobody takes ends with its time limit.
+#pragma once
+
+#include "localnode/engine/node.h"
+#include "wire/datagrams.h"
+
+namespace tessaly::node {
+
+// Brings the incoming side of a new conversation on its way. False when too many wait already.
+bool send_attach(node& n, conv_side& incoming);
+
+// The attach that a RECEIVE_ALLOCATE names, if it was offered to that TP of that client; its time limit is lifted.
+attach* take_attach(node& n, u32 attach_corr, client_id client, u32 tp_handle);
+
+// The conversation has been taken, or is over: the attach has served its purpose.
+void drop_attach(node& n, attach& done);
+
+// The TP to which it was offered does not take it: offers it to the next, or ends the conversation.
+void refuse_attach(node& n, attach& refused);
+
+// Datagrams.
+void announce(node& n, client_id client, const announce_datagram& datagram);
+void cancel_announcement(node& n, client_id client, const cancel_announce_datagram& datagram);
+void attach_response(node& n, client_id client, const attach_response_datagram& datagram);
+void register_name(node& n, client_id client, const cpic_datagram& datagram);
+void unregister_name(node& n, client_id client, const cpic_datagram& datagram);
+
+// A client that is gone waits no more, and takes nothing that was offered to it.
+void forget_client(node& n, client_id client);
+
+void expire_attaches(node& n);
+
+}  // namespace tessaly::node

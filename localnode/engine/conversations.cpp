@@ -1,0 +1,107 @@
+// Makes, binds and ends the sides of conversations.
+#include "localnode/engine/conversations.h"
+
+#include "localnode/engine/attaches.h"
+#include "localnode/engine/replies.h"
+#include "localnode/engine/transfer.h"
+
+namespace tessaly::node {
+
+namespace {
+
+conv_side* new_side(node& n, conv_state state)
+{
+    conv_side* const side = n.side_table.take();
+    if (side == nullptr)
+        return nullptr;
+    init_link(*side);
+    side->owner = nullptr;
+    side->partner = 0;
+    side->arrival = nullptr;
+    side->state = side->after_reply = state;
+    side->waiting = waits_for::nothing;
+    side->behind = indication::none;
+    side->ending = {};
+    side->turn_wanted = 0;
+    return side;
+}
+
+}  // namespace
+
+conv_side* begin_conversation(node& n, tp& allocator)
+{
+    conv_side* const out = new_side(n, conv_state::send);
+    if (out == nullptr)
+        return nullptr;
+    conv_side* const in = new_side(n, conv_state::receive);
+    if (in == nullptr) {
+        n.side_table.give_back(*out);
+        return nullptr;
+    }
+    out->partner = in->id;
+    in->partner = out->id;
+    bind(*out, allocator);
+    return out;
+}
+
+conv_side* partner_of(node& n, const conv_side& side) noexcept
+{
+    return n.side_table.find(side.partner);
+}
+
+void bind(conv_side& side, tp& acceptor)
+{
+    side.owner = &acceptor;
+    acceptor.sides.append(side);
+}
+
+void unbind(conv_side& side)
+{
+    side.owner = nullptr;
+    unlink(side.link);
+}
+
+void release(node& n, conv_side& side)
+{
+    if (side.arrival != nullptr)
+        drop_attach(n, *side.arrival);
+    if (is_linked(side.link))
+        unlink(side.link);
+    side.inbound.clear();
+    n.side_table.give_back(side);
+}
+
+void end_by_partner(node& n, conv_side& side, return_codes codes)
+{
+    side.behind = indication::none;
+    side.ending = codes;
+    switch (side.waiting) {
+    case waits_for::nothing:
+        return;
+    case waits_for::data:
+        serve_receiver(n, side);
+        return;
+    case waits_for::next_arrival:
+        answer_waiter(n, side, {});
+        return;
+    case waits_for::confirmation:
+    case waits_for::room:
+        answer_waiter(n, side, codes);
+        release(n, side);
+        return;
+    }
+}
+
+void end_side(node& n, conv_side& side, return_codes for_partner)
+{
+    if (conv_side* const partner = partner_of(n, side))
+        end_by_partner(n, *partner, for_partner);
+    release(n, side);
+}
+
+return_codes abended(const conv_side& side) noexcept
+{
+    return {side.conv_type == APPC_MAPPED ? DEALLOC_ABEND : DEALLOC_ABEND_PROG, SEC_NONE};
+}
+
+}  // namespace tessaly::node

@@ -1,0 +1,54 @@
+// The engine's door: one frame in, whatever it causes out.
+#include "localnode/engine/engine.h"
+
+#include "localnode/engine/attaches.h"
+#include "localnode/engine/datagrams.h"
+#include "localnode/engine/tps.h"
+#include "localnode/engine/verbs.h"
+
+#include <algorithm>
+
+namespace tessaly::node {
+
+class engine::state {
+public:
+    node all;
+};
+
+engine::engine() : state_(std::make_unique<state>()) {}
+
+engine::~engine() = default;
+
+void engine::accept(const frame& input, frame_sink& output)
+{
+    node& n = state_->all;
+    n.output = &output;
+    switch (input.kind) {
+    case frame_kind::message: take_verb(n, input); break;
+    case frame_kind::datagram: take_datagram(n, input); break;
+    case frame_kind::path_opened: open_path(n, input.client, input.path); break;
+    case frame_kind::path_closed:
+        if (path_record* const path = find_path(n, input.client, input.path))
+            close_path(n, *path);
+        break;
+    case frame_kind::client_gone: client_gone(n, input.client); break;
+    case frame_kind::time_passed:
+        n.now_ms = std::max(n.now_ms, input.now_ms);
+        expire_attaches(n);
+        break;
+    case frame_kind::path_failed:
+    case frame_kind::terminated: break;  // go to clients only
+    }
+    fail_lost_paths(n);
+    n.output = nullptr;
+}
+
+std::optional<u64> engine::deadline_ms() const
+{
+    const attach* const oldest = state_->all.attaches.first();
+    if (oldest == nullptr)
+        return std::nullopt;
+    return oldest->deadline_ms;
+}
+
+}  // namespace tessaly::node

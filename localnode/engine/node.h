@@ -1,0 +1,168 @@
+// What the node keeps: paths and TPs, conversations, and what waits to meet - announced TPs and attaches. Every file of this
+// room works on it; each record is made and released in one place, which its comment names.
+#pragma once
+
+#include "common/list.h"
+#include "localnode/engine/conversation_states.h"
+#include "localnode/engine/engine.h"
+#include "localnode/engine/lu_names.h"
+#include "localnode/engine/names.h"
+#include "localnode/engine/record_queue.h"
+#include "localnode/engine/slot_table.h"
+#include "verbs/block.h"
+#include "verbs/catalogue.h"
+#include "wire/verb_message.h"
+
+namespace tessaly::node {
+
+struct tp;
+struct attach;
+
+// A client's path; it carries the verbs of one TP. tps.
+struct path_record {
+    list_link link;  // in node::lost while a frame for it could not be sent
+    u32 id;
+    client_id client;
+    u32 number;  // the client's
+    bool failed; // reported as failed; what still comes on it is ignored
+    tp* user;    // null before the TP has started and after it has ended
+};
+
+// A verb that travelled here: its header as it came, and its block narrowed to the layout of tessaly/appc.h.
+struct verb_ref {
+    const verb_message_header& header;
+    const block_format& layout;  // as it travels
+    u8* block;
+};
+
+struct request {
+    verb_message_header header;
+    const verb_row* row;
+    block_format layout;
+    path_record* path;
+    tp* user;  // null for the verbs that start one
+    std::span<const u8> data;
+    alignas(8) u8 block[256];  // zeros behind the verb's own bytes, so that any struct of appc.h may be read
+
+    operator verb_ref() noexcept { return {header, layout, block}; }
+};
+
+// The verb that waits on a side of a conversation.
+struct waiting_verb {
+    verb_message_header header;
+    block_format layout;
+    alignas(8) u8 block[sizeof(appc_receive)];  // the longest verb that waits
+
+    operator verb_ref() noexcept { return {header, layout, block}; }
+};
+
+enum class waits_for : u8 {
+    nothing,
+    data,          // a receive verb
+    confirmation,  // of whatever the verb asked
+    next_arrival,  // confirmed already, but PREPARE_TO_RECEIVE with long locks completes with what arrives next
+    room,          // in the partner's queue
+};
+
+// What follows the records in a queue. There is at most one: after it the partner waits for this side.
+enum class indication : u8 { none, turn, confirm, confirm_turn, confirm_deallocate };
+
+struct return_codes {
+    u16 primary = OK;
+    u32 secondary = SEC_NONE;
+};
+
+// One side of a conversation, as the verbs of its TP see it; its number is their conv_id. A side without a partner has an
+// ending, so no verb waits for one that is gone. conversations.
+struct conv_side {
+    list_link link;  // in its TP's list of sides
+    u32 id;
+    tp* owner;       // null on the incoming side until a RECEIVE_ALLOCATE takes it
+    u32 partner;     // number of the other side; names nothing once that is over
+    attach* arrival; // the attach that brings this side to its TP; null once it is taken, and on the allocating side
+
+    conv_state state;
+    conv_state after_reply;  // the state once the waiting verb is confirmed
+    waits_for waiting;
+    waiting_verb waiter;
+
+    record_queue inbound;
+    indication behind;   // what comes behind the records
+    return_codes ending; // not OK: the partner has ended the conversation, which comes behind all else
+    u8 turn_wanted;      // 1: the partner asked for the turn, and no answer has told it yet
+
+    u8 conv_type;
+    u8 sync_level;
+    lu_alias local_lu;
+    lu_alias partner_lu;
+    tp_name program;  // the name that was asked for
+    mode_name mode;
+    user_name user;
+};
+
+// A transaction program; its number is its correlator in headers and in its identifier. tps.
+struct tp {
+    u32 id;
+    path_record* path;
+    u32 client_corr;  // the client's name for the TP
+    lu_alias lu;
+    tp_name name;
+    user_name user;
+    appc_luw_id protected_luw;  // as they travelled
+    appc_luw_id unprotected_luw;
+    list_head<conv_side> sides;
+};
+
+// A conversation that was allocated and that no TP has taken yet; its number is the attach correlator. attaches.
+struct attach {
+    list_link link;  // in node::attaches until a RECEIVE_ALLOCATE takes it
+    u32 id;
+    conv_side* side;
+    u64 deadline_ms;
+    client_id offered_to;  // 0: to nobody yet
+    u32 tp_handle;
+};
+
+// A TP that waits for a conversation. attaches.
+struct announced_tp {
+    list_link link;
+    u32 id;
+    client_id client;
+    u32 tp_handle;
+    bool registered_names;  // accepts what its client has registered
+    tp_name program;  // blank: any
+    lu_alias lu;      // blanks: any
+};
+
+// A TP name that a client registered for CPI-C. attaches.
+struct registered_name {
+    u32 id;
+    client_id client;
+    tp_name program;
+};
+
+struct node {
+    node() noexcept
+    {
+        attaches.init();
+        announced.init();
+        lost.init();
+    }
+
+    u64 now_ms = 0;
+    frame_sink* output = nullptr;  // of the frame in hand
+
+    slot_table<path_record> path_table;
+    slot_table<tp> tp_table;
+    slot_table<conv_side> side_table;
+    slot_table<attach> attach_table;
+    slot_table<announced_tp> announced_table;
+    slot_table<registered_name> name_table;
+
+    list_head<attach> attaches;         // by deadline
+    list_head<announced_tp> announced;  // first come, first served
+    list_head<path_record> lost;
+    u32 waiting_attaches = 0;
+};
+
+}  // namespace tessaly::node

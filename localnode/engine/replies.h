@@ -1,0 +1,26 @@
+// What the node sends: answers to verbs, path failures, application-ready datagrams. All that leaves goes through here.
+#pragma once
+
+#include "localnode/engine/node.h"
+
+namespace tessaly::node {
+
+// Answers a verb of that path's TP with the block as it now is, and data behind it. When there is no room for the frame the
+// path counts as lost; what that means for its TP happens when the frame in hand has been dealt with.
+void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data = {});
+
+// Answers the verb that waits on a side, which then waits no more.
+void answer_waiter(node& n, conv_side& side, return_codes codes);
+
+// Fills the status bytes of the verbs of the sender, SEND_DATA and CONFIRM.
+void put_status(conv_side& side, u8* block) noexcept;
+
+// Tells the client that a path has failed. The caller has ended its TP.
+void send_path_failed(node& n, const path_record& path);
+void send_path_failed(node& n, client_id client, u32 path_number);
+
+// Tells a client what became of an announced TP.
+void send_ready(node& n, const attach& offered);
+void send_announcement_failed(node& n, client_id client, u32 tp_handle);
+
+}  // namespace tessaly::node

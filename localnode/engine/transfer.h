@@ -1,0 +1,27 @@
+// Data and indications on their way from one side of a conversation to the other, and the receive verbs that take them.
+#pragma once
+
+#include "localnode/engine/verdict.h"
+
+namespace tessaly::node {
+
+// Passes a record (if there is one) and what a verb indicates to the side that receives. The side may be over afterwards.
+// False when there is no memory to keep the record, which ends the conversation.
+bool pass_on(node& n, conv_side& to, const std::span<const u8>* record, indication behind, return_codes ending);
+
+// Whether the side that receives has so much waiting that the sender must wait.
+bool is_full(const conv_side& to) noexcept;
+
+// RECEIVE_AND_WAIT, RECEIVE_AND_POST and RECEIVE_IMMEDIATE in receive state.
+verdict receive(node& n, conv_side& side, request& verb, bool wait);
+
+// Completes the receive verb that waits on this side, when there is something for it. The side may be over afterwards.
+void serve_receiver(node& n, conv_side& side);
+
+// 1 when the partner asked for the turn and no answer has told it yet; this one does.
+u8 take_turn_wanted(conv_side& side) noexcept;
+
+// Keeps a verb until what it waits for happens.
+verdict keep_waiting(conv_side& side, const request& verb, waits_for what) noexcept;
+
+}  // namespace tessaly::node

@@ -1,0 +1,25 @@
+// Who delivers. A caller that sleeps in vpm_sleep does, for itself and for the others. While none sleeps the runtime thread does;
+// it is started the first time that it is needed.
+#pragma once
+
+#include "localnode/runtime/wait.h"
+
+namespace tessaly::runtime {
+
+// Calls a thread that delivers what waits, unless one is on its way. Whoever gives the lock away does this first.
+void call_deliverer() noexcept;
+
+// Delivers one event, or tells the node the time. False when there was nothing to do.
+bool attend() noexcept;
+
+// Between two deliveries: lets others have the lock, while the caller goes on being the deliverer.
+void let_others_in() noexcept;
+
+// Waits until the thread is woken or called, or until that time.
+void sleep_as_caller(waiter& me, u64 limit_ms) noexcept;
+void wake(waiter& sleeping) noexcept;
+
+// In a fork's child.
+void forget_deliverers() noexcept;
+
+}  // namespace tessaly::runtime

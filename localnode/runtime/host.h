@@ -1,0 +1,39 @@
+// What the runtime needs from whatever runs the node: the embedded host has it in this process.
+#pragma once
+
+#include "common/types.h"
+#include "localnode/engine/engine.h"
+
+#include <memory>
+
+namespace tessaly::runtime {
+
+// Results of the contract's operations. NO_NODE is one of the three that applications see as a node that is not there.
+enum status : u16 { DONE = 0, NO_NODE = 2, NO_MEMORY = 12, BAD_ARGUMENT = 22, PATH_BROKEN = 32 };
+
+class node_host {
+public:
+    virtual ~node_host() = default;
+
+    // Hands one frame of this process to the node. Answers go into the event queue, and nothing is delivered from in here.
+    virtual status submit(const node::frame& sent) noexcept = 0;
+
+    // When the node next wants to be told the time; NEVER while nothing waits for it.
+    virtual u64 deadline_ms() const noexcept = 0;
+    virtual void pass_time(u64 now_ms) noexcept = 0;
+};
+
+// Null when there is no memory.
+std::unique_ptr<node_host> make_embedded_host() noexcept;
+
+// The process's host, made when it is first asked for; null when the environment names a node that cannot be reached.
+node_host* the_host() noexcept;
+void forget_host() noexcept;
+
+// The current host's deadline; NEVER without a host.
+u64 node_deadline_ms() noexcept;
+
+// Tells the node the time when its deadline has come. Result: whether it had.
+bool pass_time_if_due() noexcept;
+
+}  // namespace tessaly::runtime

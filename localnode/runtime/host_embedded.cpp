@@ -1,0 +1,103 @@
+// The embedded host: the node's engine in this process, with this process as its only client. A verb that the node answers at
+// once is plain calls from vpm_send_ips to the event queue.
+#include "localnode/runtime/clock.h"
+#include "localnode/runtime/events.h"
+#include "localnode/runtime/host.h"
+#include "localnode/runtime/paths.h"
+
+#include "runtime/node_runtime.h"
+
+#include <exception>
+
+namespace tessaly::runtime {
+
+namespace {
+
+constexpr node::client_id THIS_PROCESS = 1;
+
+class embedded_host final : public node_host, private node::frame_sink {
+public:
+    status submit(const node::frame& sent) noexcept override;
+    u64 deadline_ms() const noexcept override { return deadline_ms_; }
+    void pass_time(u64 now_ms) noexcept override;
+
+private:
+    u8* add(node::client_id client, node::frame_kind kind, u32 path, u32 bytes) override;
+    void accept(const node::frame& input);
+
+    node::engine engine_;
+    u64 now_ms_ = 0;  // what the engine was told last; the two clocks differ a little, and it must never go back
+    u64 deadline_ms_ = NEVER;
+};
+
+void embedded_host::accept(const node::frame& input)
+{
+    engine_.accept(input, *this);
+    deadline_ms_ = engine_.deadline_ms().value_or(NEVER);
+}
+
+status embedded_host::submit(const node::frame& sent) noexcept
+try {
+    if (const u64 now = cheap_now_ms(); now > now_ms_)
+        pass_time(now);
+    node::frame input = sent;
+    input.client = THIS_PROCESS;
+    input.now_ms = now_ms_;
+    accept(input);
+    return DONE;
+} catch (const std::exception&) {
+    return NO_MEMORY;
+}
+
+void embedded_host::pass_time(u64 now_ms) noexcept
+try {
+    if (now_ms > now_ms_)
+        now_ms_ = now_ms;
+    accept({.kind = node::frame_kind::time_passed, .client = THIS_PROCESS, .now_ms = now_ms_});
+} catch (const std::exception&) {
+    // The time is told again with the next frame; only a deadline that keeps failing must not keep the deliverer busy.
+    deadline_ms_ = NEVER;
+}
+
+u8* embedded_host::add(node::client_id client, node::frame_kind kind, u32 path, u32 bytes)
+{
+    static u8 nothing[4];
+    if (client != THIS_PROCESS)
+        return nullptr;
+    switch (kind) {
+    case node::frame_kind::message:
+        if (u8* room = queue_event(NODE_EVENT_IPS, path, bytes))
+            return room;
+        fail_path(path);
+        return nullptr;
+    case node::frame_kind::datagram:
+        if (u8* room = queue_event(NODE_EVENT_DATAGRAM, 0, bytes))
+            return room;
+        fail_all_paths();
+        return nullptr;
+    case node::frame_kind::path_failed:
+        fail_path(path);
+        break;
+    case node::frame_kind::terminated:
+        announce_termination();
+        break;
+    case node::frame_kind::path_opened:
+    case node::frame_kind::path_closed:
+    case node::frame_kind::client_gone:
+    case node::frame_kind::time_passed:
+        v0_assert("host_embedded", __LINE__, "the engine sends what is meant for a client");
+        break;
+    }
+    return bytes <= sizeof nothing ? nothing : nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<node_host> make_embedded_host() noexcept
+try {
+    return std::make_unique<embedded_host>();
+} catch (const std::exception&) {
+    return nullptr;
+}
+
+}  // namespace tessaly::runtime

@@ -1,0 +1,108 @@
+// The library's side of the contract, played by the test: a path user whose receive routine does what the test says.
+#pragma once
+
+#include "scripted_engine.h"
+
+#include "common/runtime_guards.h"
+#include "runtime/node_runtime.h"
+#include "verbs/block.h"
+#include "wire/datagrams.h"
+#include "wire/verb_message.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tessaly {
+
+using node::frame;
+using node::frame_kind;
+using node::frame_sink;
+using node::script;
+
+inline constexpr u32 NO_LIMIT = 0xFFFFFFFF;
+inline constexpr u32 BLOCK_BYTES = sizeof(verb_message_header) + 56;
+
+// A verb with a block of 56 bytes; its message says that data_bytes follow.
+inline std::vector<u8> verb(u16 opcode, u32 pend = 0, u32 data_bytes = 0, u16 max_len = 0)
+{
+    std::vector<u8> message(BLOCK_BYTES);
+    store<u32>(message.data(), offsetof(verb_message_header, buf_len), BLOCK_BYTES);
+    store<u32>(message.data(), offsetof(verb_message_header, msg_len), BLOCK_BYTES + data_bytes);
+    store<u32>(message.data(), offsetof(verb_message_header, pend_handle), pend);
+    store<u16>(message.data(), sizeof(verb_message_header), opcode);
+    store<u16>(message.data(), sizeof(verb_message_header) + offsetof(appc_receive, max_len), max_len);
+    return message;
+}
+
+inline void node_sends(frame_sink& output, frame_kind kind, u32 path, const std::vector<u8>& block, std::string_view data = {})
+{
+    u8* room = output.add(1, kind, path, static_cast<u32>(block.size() + data.size()));
+    ASSERT_NE(room, nullptr);
+    std::memcpy(room, block.data(), block.size());
+    if (!data.empty())
+        std::memcpy(room + block.size(), data.data(), data.size());
+}
+
+inline u32 pend_of(const rcv_info& info)
+{
+    return load<u32>(info.rcv_ips, offsetof(verb_message_header, pend_handle));
+}
+
+class RuntimeTest : public testing::Test {
+protected:
+    struct event {
+        u16 kind;
+        u32 path;
+        u32 pend;  // of a message
+        bool operator==(const event&) const = default;
+    };
+
+    using routine = std::function<u16(u32, rcv_info&)>;
+
+    RuntimeTest()
+    {
+        script = {};
+        current = this;
+        const process_lock lock;
+        EXPECT_EQ(vpm_init_path_user(0, 0, receive, 0, &user), 0);
+        // The node echoes each verb, without its data.
+        script.answer = [](const frame& input, frame_sink& output) {
+            if (input.kind == frame_kind::message)
+                node_sends(output, frame_kind::message, input.path, {input.block.begin(), input.block.end()});
+        };
+    }
+
+    ~RuntimeTest() override
+    {
+        const process_lock lock;
+        vpm_terminate_path_user(user);
+        vpm_process_pending_events();
+    }
+
+    u32 open_path() const { return vpm_create_path(user, node::NODE_ADDRESS, 1, nullptr); }
+
+    static u16 send(u32 path, std::vector<u8> message, std::string_view data = {})
+    {
+        return vpm_send_ips(path, message.data(), static_cast<u32>(message.size()), data.data(), static_cast<u32>(data.size()));
+    }
+
+    static u16 receive(u32 path, rcv_info* info)
+    {
+        RuntimeTest& test = *current;
+        test.events.push_back({info->event, path, info->event == NODE_EVENT_IPS ? pend_of(*info) : 0});
+        info->result = test.on_event ? test.on_event(path, *info) : u16{NODE_RESULT_DONE};
+        return info->result;
+    }
+
+    static inline RuntimeTest* current = nullptr;
+    u32 user = 0;
+    std::vector<event> events;
+    routine on_event;
+};
+
+}  // namespace tessaly

@@ -1,0 +1,286 @@
+#include "v6/vav/dispatch.h"
+
+#include "common/invariant.h"
+#include "common/runtime_guards.h"
+#include "common/runtime_log.h"
+#include "common/scope_guard.h"
+#include "v6/records/main_cb.h"
+#include "v6/records/modules.h"
+#include "v6/records/pend_cache.h"
+#include "v6/vav/cpic.h"
+#include "v6/vav/incoming.h"
+#include "v6/vav/lifecycle.h"
+#include "v6/vav/send.h"
+#include "v6/vav/tp_start.h"
+#include "v6/vavsub/completion.h"
+#include "verbs/catalogue.h"
+#include "vsvig/semutrap_verb_trace.h"
+
+#include <cstring>
+
+namespace tessaly {
+
+namespace {
+
+struct verb_call {
+    void* vcb;
+    appc_completion callback;
+    u32 corr;
+    api_type api;
+    u32* wait_object;
+    tpcb* tp;     // set while the verb is in progress
+    pndcb* pend;  // likewise
+};
+
+u16 complete(const verb_call& call, u16 primary, u32 secondary) noexcept
+{
+    set_codes(call.vcb, primary, secondary);
+    return VAV_COMPLETE;
+}
+
+u16 complete(const verb_call& call, u16 primary) noexcept
+{
+    header_of(call.vcb).primary_rc = primary;
+    return VAV_COMPLETE;
+}
+
+// Only the second family of entries promotes, and only these two verbs.
+void promote_format(const verb_call& call) noexcept
+{
+    block_header& header = header_of(call.vcb);
+    if (header.format != 0 || (call.api != VAV_ASYNCBCK_VERB && call.api != VAV_SYNCBCK_VERB))
+        return;
+    if (header.opcode == ALLOCATE) {
+        header.format = 1;
+        block_as<appc_allocate>(call.vcb).conv_group_id = 0;
+    } else if (header.opcode == RECEIVE_ALLOCATE) {
+        header.format = 1;
+    }
+}
+
+bool starts_library(u16 opcode) noexcept
+{
+    return opcode == TP_STARTED || opcode == REGISTER_CPIC_TP || is_receive_allocate(opcode);
+}
+
+// Result: 0, or the start code that the verb is refused with.
+u16 refuse_unstarted(const verb_call& call) noexcept
+{
+    const u16 code = vav_init();
+    if (code == 0)
+        return 0;
+    const bool no_node = code == 2 || code == 5 || code == 19;
+    vav_terminate();
+    complete(call, no_node ? COMMS_SUBSYSTEM_NOT_LOADED : UNEXPECTED_SYSTEM_ERROR, code);
+    return code;
+}
+
+// Whether the block names a verb that exists in its format; sets the codes when it does not.
+bool is_valid_verb(const verb_call& call, const verb_row* verb) noexcept
+{
+    const u8 format = header_of(call.vcb).format;
+    if (verb != nullptr && format <= 1 && verb->format[format].exists())
+        return true;
+    if (verb != nullptr && verb->format[0].exists())
+        complete(call, PARAMETER_CHECK, SEC_BAD_FORMAT);
+    else
+        complete(call, INVALID_VERB);
+    return false;
+}
+
+void queue(const verb_call& call, tpcb& tp, pndcb& pend) noexcept
+{
+    invariant(pend.wait_obj == 0 || is_synchronous(call.api), VAV,
+              "(api_type == VAV_SYNC_VERB) || (api_type==VAV_SYNCBCK_VERB)");
+    queue_verb(tp, pend, call.vcb, correlator_for(pend, call.corr, call.wait_object));
+}
+
+// The record and block of the SET_TP_PROPERTIES that will follow a TP_STARTED, so that it cannot fail for want of them.
+// Released with the TP.
+bool reserve_set_tp(tpcb& tp) noexcept
+{
+    tp.set_tp_pndcb = vav_alloc_pend(nullptr);
+    if (tp.set_tp_pndcb == nullptr) {
+        log_exception(LOG_SHORTAGE, 224, "");
+        return false;
+    }
+    tp.set_tp_pndcb->vcb = allocate_record<appc_set_tp_properties>();
+    if (tp.set_tp_pndcb->vcb == nullptr) {
+        log_exception(LOG_SHORTAGE, 225, "");
+        return false;
+    }
+    return true;
+}
+
+// TP_STARTED and the receive-allocate verbs: everything is made, or nothing.
+u16 start_tp(verb_call& call) noexcept
+{
+    const bool tp_started = header_of(call.vcb).opcode == TP_STARTED;
+
+    tpcb* tp = nullptr;
+    if (vav_alloc_tpcb(&tp) == 0)
+        return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+    scope_guard drop_tp{[&] { vav_free_tpcb(tp); }};
+
+    pndcb* pend = vav_alloc_pend(call.callback);
+    if (pend == nullptr) {
+        log_exception(LOG_SHORTAGE, 200, "");
+        return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+    }
+    scope_guard drop_pend{[&] { vav_free_pend(pend); }};
+
+    if (tp_started && !reserve_set_tp(*tp))
+        return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+
+    queue(call, *tp, *pend);
+    const u16 under_way = tp_started ? vav_tp_started(*tp, *pend, START_BY_APPLICATION) : vav_rcv_allocate(*tp, *pend);
+    if (under_way != 1)
+        return VAV_COMPLETE;  // the codes are in the block
+
+    drop_pend.keep();
+    drop_tp.keep();
+    call.tp = tp;
+    call.pend = pend;
+    return VAV_IN_PROGRESS;
+}
+
+bool has_zero_tp_id(const void* vcb) noexcept
+{
+    static constexpr u8 zeros[TP_ID_BYTES] = {};
+    return std::memcmp(header_of(vcb).tp_id, zeros, TP_ID_BYTES) == 0;
+}
+
+// CANCEL_CONV of a start that has no TP identifier yet.
+u16 cancel_start(verb_call& call) noexcept
+{
+    if (header_of(call.vcb).conv_id == 0)
+        return vav_cancel_tp_started(&call.tp);
+    return vav_cancel_rcv_alloc(call.vcb, call.callback, call.corr, &call.tp, call.wait_object, &call.pend);
+}
+
+// CANCEL_CONV without a conversation: the TP's ALLOCATE is the one.
+u16 cancel_allocate(const verb_call& call, tpcb& tp) noexcept
+{
+    pndcb* pend = tp.verb_q.first();
+    if (pend == nullptr)
+        return complete(call, PARAMETER_CHECK, SEC_NO_ALLOCATE_PENDING);
+
+    const auto is_allocate = [](const pndcb& verb) { return verb.vcb != nullptr && header_of(verb.vcb).opcode == ALLOCATE; };
+    if (!invariant(is_allocate(*pend), VAV, "VAV_HDR(tmpcb->vcb)->opcode == NAP_B_ALLOCATE"))
+        while (pend != nullptr && !is_allocate(*pend))
+            pend = tp.verb_q.after(*pend);
+    if (pend != nullptr) {
+        set_codes(pend->vcb, CANCELLED, 0);
+        vav_call_appl(tp, *pend);
+    }
+    return VAV_COMPLETE;
+}
+
+bool lacks_post_callback(const verb_call& call, const verb_row& verb) noexcept
+{
+    return is_synchronous(call.api) && verb.post_callback != 0 && load<u32>(call.vcb, verb.post_callback) == 0;
+}
+
+// A conversation or TP verb: queue it and send it.
+u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
+{
+    if (tp.sync_waiters != 0 && call.api == VAV_SYNC_VERB)
+        return complete(call, TP_BUSY, 0);
+    if (lacks_post_callback(call, verb))
+        return complete(call, PARAMETER_CHECK, SEC_NO_POST_CALLBACK);
+    if (tp.path == 0)  // it still waits for its conversation, and nobody has been told its identifier
+        return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
+
+    pndcb* pend = vav_alloc_pend(call.callback);
+    if (pend == nullptr) {
+        log_exception(LOG_SHORTAGE, 201, "");
+        return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+    }
+    queue(call, tp, *pend);
+    vav_send_verb(tp, *pend);  // a broken path shows as a path failure
+    if (verb.opcode == TP_ENDED)
+        tp.state = TP_ENDING;
+    call.tp = &tp;
+    call.pend = pend;
+    return VAV_IN_PROGRESS;
+}
+
+// A TP whose path failed takes TP_ENDED only, and that releases it.
+u16 refuse_failed_tp(const verb_call& call, tpcb& tp) noexcept
+{
+    if (header_of(call.vcb).opcode == TP_ENDED)
+        end_tp(tp.handle, tp.sync_waiters);
+    return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
+}
+
+u16 dispatch(verb_call& call) noexcept
+{
+    const u16 opcode = header_of(call.vcb).opcode;
+    header_of(call.vcb).primary_rc = OK;
+
+    if (main_cb.in_callback != 0 && call.callback == vav_sync_callback)
+        return complete(call, STATE_CHECK, SEC_IN_CALLBACK);
+    if (main_cb.state == NOT_STARTED && starts_library(opcode) && refuse_unstarted(call) != 0)
+        return VAV_COMPLETE;
+    if (main_cb.state == NODE_TERMINATED)
+        return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
+
+    const verb_row* verb = find_verb(opcode);
+    if (!is_valid_verb(call, verb))
+        return VAV_COMPLETE;
+    if (opcode == REGISTER_CPIC_TP) {
+        vav_register_cpic_tp(call.vcb);
+        return VAV_COMPLETE;
+    }
+    if (opcode == UNREGISTER_CPIC_TP) {
+        vav_unregister_cpic_tp(call.vcb);
+        return VAV_COMPLETE;
+    }
+    if (opcode == TP_STARTED || is_receive_allocate(opcode))
+        return start_tp(call);
+    if (opcode == CANCEL_CONV && has_zero_tp_id(call.vcb))
+        return cancel_start(call);
+
+    tpcb* tp = find_tp(tp_handle_in(header_of(call.vcb).tp_id));
+    if (tp == nullptr || tp->state == TP_ENDING || tp->state == TP_GONE)
+        return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
+    if (tp->state == TP_FAILED)
+        return refuse_failed_tp(call, *tp);
+    if (opcode == CANCEL_CONV && header_of(call.vcb).conv_id == 0)
+        return cancel_allocate(call, *tp);
+    return send_on_tp(call, *tp, *verb);
+}
+
+}  // namespace
+
+u16 vav_async_verb(void* vcb, appc_completion callback, u32 corr, api_type api, tpcb** tp_out, u32* wait_object,
+                   pndcb** pend_out) noexcept
+{
+    if (callback == vav_sync_callback) {
+        invariant(wait_object != nullptr && *wait_object == 0, VAV, "(wait_object != NULL) && ((*wait_object) == NULL)");
+        invariant(is_synchronous(api), VAV, "(api_type == VAV_SYNCBCK_VERB) || (api_type == VAV_SYNC_VERB)");
+    }
+
+    verb_call call{vcb, callback, corr, api, wait_object, nullptr, nullptr};
+    promote_format(call);
+    if (api_trace_on())
+        seputrap(TRACE_REQUEST, vcb);
+
+    const u16 opcode = header_of(vcb).opcode;
+    const u16 result = dispatch(call);
+    if (result == VAV_IN_PROGRESS) {
+        if (is_synchronous(api) && !is_post_verb(opcode))
+            ++call.tp->sync_waiters;
+    } else if (api_trace_on()) {
+        seputrap(TRACE_RESPONSE, vcb);
+    }
+
+    *tp_out = call.tp;
+    if (pend_out != nullptr) {
+        invariant(is_synchronous(api), VAV, "(api_type == VAV_SYNC_VERB) || (api_type == VAV_SYNCBCK_VERB)");
+        *pend_out = call.pend;
+    }
+    return result;
+}
+
+}  // namespace tessaly

@@ -1,0 +1,193 @@
+#include "v6/vav/incoming.h"
+
+#include "common/ebcdic.h"
+#include "common/invariant.h"
+#include "common/runtime_log.h"
+#include "v6/records/main_cb.h"
+#include "v6/records/modules.h"
+#include "v6/records/pend_cache.h"
+#include "v6/vav/send.h"
+#include "v6/vav/version.h"
+#include "v6/vavsub/completion.h"
+#include "verbs/catalogue.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tessaly {
+
+namespace {
+
+struct attach_id {
+    u32 corr;
+    u32 addr;
+};
+
+// A process that the node started for one conversation finds that conversation's attach in its environment.
+void take_attach_id_from_environment(void* vcb) noexcept
+{
+    constexpr u32 digits = 16;
+    const char* value = std::getenv("APPC_ATTACH_ID");
+    if (value == nullptr || std::strlen(value) != digits || header_of(vcb).format == 0)
+        return;
+    unsigned words[2] = {};
+    std::sscanf(value, "%8x%8x", &words[0], &words[1]);
+    u8* id = block_as<appc_receive_allocate>(vcb).attach_id;
+    store<u32>(id, 0, __builtin_bswap32(words[0]));  // most significant byte first
+    store<u32>(id, 4, __builtin_bswap32(words[1]));
+}
+
+attach_id attach_id_in(const void* vcb) noexcept
+{
+    if (header_of(vcb).format == 0)
+        return {};
+    const u8* id = block_as<appc_receive_allocate>(vcb).attach_id;
+    return {load<u32>(id, 0), load<u32>(id, 4)};
+}
+
+u16 send_datagram(void* datagram, u32 bytes) noexcept
+{
+    return vpm_send_datagram(DATAGRAM_DESTINATION, 0, datagram, bytes);
+}
+
+u16 announce(const tpcb& tp, pndcb& pend) noexcept
+{
+    const auto& block = block_as<appc_receive_allocate>(pend.vcb);
+    announce_datagram announcement{};
+    announcement.header = {sizeof announcement, DATAGRAM_ANNOUNCE};
+    announcement.src_corr = tp.handle;
+    if (block.opcode == RECEIVE_ALLOCATE_CPIC)
+        announcement.cpic_names = block_as<appc_receive_allocate_cpic>(pend.vcb).tp_name_count;
+    else
+        vav_copy_tp_name(announcement.tp_name, block.tp_name);
+    if (block.opcode == RECEIVE_ALLOCATE_EX)
+        std::memcpy(announcement.lu_alias, block.lu_alias, sizeof announcement.lu_alias);
+    else
+        std::memset(announcement.lu_alias, ' ', sizeof announcement.lu_alias);
+
+    const u16 status = send_datagram(&announcement, sizeof announcement);
+    if (status == 0)
+        return 1;
+    set_codes(pend.vcb, UNEXPECTED_SYSTEM_ERROR, status);
+    log_problem(LOG_VERB_FAILED, 208, "x lx es", u32{UNEXPECTED_SYSTEM_ERROR}, u32{status}, announcement.tp_name.length,
+                announcement.tp_name.name);
+    return 0;
+}
+
+// The first TP whose first verb is a receive-allocate.
+tpcb* find_waiting_tp() noexcept
+{
+    void* entry = nullptr;
+    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
+         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
+        auto* tp = static_cast<tpcb*>(entry);
+        if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
+            continue;
+        const pndcb* pend = tp->verb_q.first();
+        if (pend != nullptr && pend->vcb != nullptr && is_receive_allocate(header_of(pend->vcb).opcode))
+            return tp;
+    }
+    return nullptr;
+}
+
+// The verb is on its attach path, so it ends here and the attach is given back.
+void cancel_attached(tpcb& tp, pndcb& pend) noexcept
+{
+    const u32 handle = tp.handle;
+    const u16 sync_waiters = tp.sync_waiters;
+    drop_path(tp);
+    tp.state = TP_GONE;
+    answer_attach(ATTACH_REFUSED, pend.attach_corr, pend.attach_addr);
+    set_codes(pend.vcb, CANCELLED, 0);
+    vav_call_appl(tp, pend);
+    end_tp(handle, sync_waiters);
+}
+
+}  // namespace
+
+u16 vav_rcv_allocate(tpcb& tp, pndcb& pend) noexcept
+{
+    static char used_up[] = "APPC_ATTACH_ID=";  // putenv keeps it
+
+    take_attach_id_from_environment(pend.vcb);
+    const attach_id attach = attach_id_in(pend.vcb);
+    if (attach.corr == 0 && attach.addr == 0)
+        return announce(tp, pend);
+    if (vav_send_rcv_allocate(tp, pend, attach.addr, attach.corr) != 0)
+        return 0;
+    putenv(used_up);  // the next receive-allocate of this process announces itself
+    return 1;
+}
+
+u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_corr) noexcept
+{
+    auto& block = block_as<appc_receive_allocate>(pend.vcb);
+    pend.attach_addr = attach_addr;
+    pend.attach_corr = attach_corr;
+    block.conv_id = attach_corr;
+
+    tp.path = vpm_create_path(main_cb.path_user, attach_addr, 1, vav_appc_caps);
+    if (tp.path == 0) {
+        set_codes(pend.vcb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+        return 1;
+    }
+    tp.saved_opcode = block.opcode;
+    block.opcode = RECEIVE_ALLOCATE;  // every variant travels under this opcode
+    vav_send_verb(tp, pend);
+    return 0;
+}
+
+u16 vav_cancel_rcv_alloc(void* vcb, appc_completion callback, u32 corr, tpcb** tp_out, u32* wait_object,
+                         pndcb** pend_out) noexcept
+{
+    *tp_out = nullptr;
+    tpcb* tp = find_waiting_tp();
+    if (tp == nullptr || tp->pnd_cncl != nullptr)  // nothing waits, or it is being cancelled already
+        return VAV_COMPLETE;
+    pndcb& waiting = *tp->verb_q.first();
+    invariant(tp->verb_q.holds_only(waiting), VAV, "NB_ALONE_IN_LIST(pndcb->queue)");
+    if (tp->path != 0) {
+        cancel_attached(*tp, waiting);
+        return VAV_COMPLETE;
+    }
+
+    pndcb* pend = vav_alloc_pend(callback);
+    if (pend == nullptr) {
+        log_exception(LOG_SHORTAGE, 209, "");
+        set_codes(vcb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+        return VAV_COMPLETE;
+    }
+    queue_verb(*tp, *pend, vcb, correlator_for(*pend, corr, wait_object));
+
+    cancel_announce_datagram cancel{{sizeof cancel, DATAGRAM_CANCEL_ANNOUNCE}, tp->handle};
+    if (const u16 status = send_datagram(&cancel, sizeof cancel); status != 0) {
+        set_codes(vcb, UNEXPECTED_SYSTEM_ERROR, status);
+        vav_free_pend(pend);
+        return VAV_COMPLETE;
+    }
+    tp->pnd_cncl = pend;
+    waiting.cancelled = 1;
+    *tp_out = tp;
+    if (pend_out != nullptr)
+        *pend_out = pend;
+    return VAV_IN_PROGRESS;
+}
+
+void vav_copy_tp_name(counted_tp_name& dest, const u8* name) noexcept
+{
+    const u8* end = name[0] == 0 ? name : std::find(name, name + TP_NAME_BYTES, EBCDIC_BLANK);
+    dest.length = static_cast<u32>(end - name);
+    std::memset(dest.name, EBCDIC_BLANK, TP_NAME_BYTES);
+    std::memcpy(dest.name, name, dest.length);
+}
+
+void answer_attach(attach_reason reason, u32 attach_corr, u32 attach_addr) noexcept
+{
+    attach_response_datagram response{{sizeof response, DATAGRAM_ATTACH_RESPONSE}, reason, attach_corr, attach_addr};
+    send_datagram(&response, sizeof response);
+}
+
+}  // namespace tessaly

@@ -1,0 +1,14 @@
+// What a verb's answer does to its TP, once the verb has been found.
+#pragma once
+
+#include "common/types.h"
+#include "runtime/node_runtime.h"
+#include "v6/records/tpcb.h"
+
+namespace tessaly {
+
+// Takes the answer to a verb that waits on the TP. The message is at least as long as the verb's block in node
+// layout. Result: enum node_event_result.
+u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept;
+
+}  // namespace tessaly

@@ -1,0 +1,163 @@
+#include "v6/vavsub/failure.h"
+
+#include "common/invariant.h"
+#include "common/runtime_log.h"
+#include "v6/records/main_cb.h"
+#include "v6/records/modules.h"
+#include "v6/records/pend_cache.h"
+#include "v6/vav/incoming.h"
+#include "v6/vav/tp_start.h"
+#include "v6/vavsub/completion.h"
+#include "verbs/catalogue.h"
+
+// Each completion may call back, and a callback may do anything. So no loop keeps a record across one, and every loop
+// ends when its TP is gone.
+
+namespace tessaly {
+
+namespace {
+
+enum class sweep_end : u8 { tp_ends, tp_stays, tp_restarted };
+
+// A TP that a callback has ended meanwhile stays ended.
+void mark_failed(tpcb& tp) noexcept
+{
+    if (tp.state != TP_GONE)
+        tp.state = TP_FAILED;
+}
+
+bool is_tp_started(const pndcb* pend) noexcept
+{
+    return pend != nullptr && pend->vcb != nullptr && header_of(pend->vcb).opcode == TP_STARTED;
+}
+
+// Before a verb other than TP_STARTED completes on a failed TP: its codes, and what the node and the logs must know.
+sweep_end fail_verb(tpcb& tp, pndcb& pend) noexcept
+{
+    set_codes(pend.vcb, COMMS_SUBSYSTEM_ABENDED, 0);
+    mark_failed(tp);
+    const u16 opcode = header_of(pend.vcb).opcode;
+    if (is_receive_allocate(opcode)) {
+        log_problem(LOG_VERB_FAILED, 221, "x lx es", u32{COMMS_SUBSYSTEM_ABENDED}, u32{0}, TP_NAME_BYTES,
+                    block_as<appc_receive_allocate>(pend.vcb).tp_name);
+        answer_attach(ATTACH_REFUSED, pend.attach_corr, pend.attach_addr);
+        return sweep_end::tp_ends;
+    }
+    if (opcode == TP_ENDED) {
+        log_audit(LOG_TP_ENDED, 222, "ba", TP_ID_BYTES, tp.tp_id);
+        return sweep_end::tp_ends;
+    }
+    return sweep_end::tp_stays;
+}
+
+// Completes one verb of a failed TP, or starts it again.
+sweep_end sweep_verb(tpcb& tp, pndcb& pend) noexcept
+{
+    sweep_end end = sweep_end::tp_ends;
+    if (!is_tp_started(&pend))
+        end = fail_verb(tp, pend);
+    else if (pend.cancelled == 0 && vav_tp_started(tp, pend, START_AFTER_PATH_FAILURE) == 1)
+        return sweep_end::tp_restarted;
+    else
+        invariant(tp.verb_q.holds_only(pend), VAVSUB, "NB_EMPTY_LIST(tpcb->verb_q)");
+    vav_call_appl(tp, pend);
+    return end;
+}
+
+// Every kept DEALLOCATE gets its implied forget. Result: whether the TP is still there.
+bool forget_all(tpcb& tp, u32 handle) noexcept
+{
+    while (pndcb* pend = tp.forget_q.first()) {
+        vav_call_appl_imp_forget(tp, *pend, APPC_FORGET_FAILURE);
+        if (find_tp(handle) != &tp)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void vav_path_failure(u32 path) noexcept
+{
+    void* entry = nullptr;
+    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
+         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
+        auto* tp = static_cast<tpcb*>(entry);
+        if (tp != nullptr && tp->path != 0 && tp->path == path)
+            vav_process_failure(*tp);
+    }
+}
+
+u16 vav_abend(u32, tpcb& tp) noexcept
+{
+    drop_path(tp);
+    vav_process_failure(tp);
+    return NODE_RESULT_DONE;
+}
+
+void vav_process_failure(tpcb& tp) noexcept
+{
+    log_exception(LOG_TP_FAILED, 220, "ba", TP_ID_BYTES, tp.tp_id);
+    const u32 handle = tp.handle;
+    const u16 sync_waiters = tp.sync_waiters;
+    tp.path = 0;
+    recover_set_tp(tp);
+
+    ++tp.sweeps;
+    sweep_end end = sweep_end::tp_stays;
+    if (!is_tp_started(tp.verb_q.first()))
+        mark_failed(tp);  // what callbacks issue on it is refused
+    if (!forget_all(tp, handle))
+        return;
+    while (pndcb* pend = tp.verb_q.first()) {
+        if (pend->vcb == nullptr) {
+            vav_free_pend(pend);
+            continue;
+        }
+        end = sweep_verb(tp, *pend);
+        if (find_tp(handle) != &tp)
+            return;
+        if (end == sweep_end::tp_restarted)
+            break;
+    }
+    --tp.sweeps;
+    if (end == sweep_end::tp_ends || tp.state == TP_GONE)
+        end_tp(handle, sync_waiters);
+}
+
+void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpcb& tp) noexcept
+{
+    // First mark what this sweep completes, so that verbs issued by callbacks stay out of it.
+    for (pndcb* pend = first; pend != nullptr;) {
+        pndcb* next = tp.verb_q.after(*pend);
+        if (pend->vcb == nullptr) {
+            if (conversation == 0 || pend->forget_conv_id == conversation)
+                vav_free_pend(pend);
+        } else {
+            const block_header& header = header_of(pend->vcb);
+            const verb_row* verb = find_verb(header.opcode);
+            invariant(verb != nullptr, VAVSUB, "FALSE");
+            const bool concerned = pend == except || conversation == 0 ||
+                                   (verb != nullptr && verb->conv_verb && header.conv_id == conversation);
+            if (concerned)
+                pend->doomed = 1;
+            if (concerned && pend != except)
+                header_of(pend->vcb).primary_rc = CANCELLED;
+        }
+        pend = next;
+    }
+
+    const u32 handle = tp.handle;
+    while (true) {
+        pndcb* pend = tp.verb_q.first();
+        while (pend != nullptr && pend->doomed == 0)
+            pend = tp.verb_q.after(*pend);
+        if (pend == nullptr)
+            return;
+        vav_call_appl(tp, *pend);
+        if (find_tp(handle) != &tp)
+            return;
+    }
+}
+
+}  // namespace tessaly

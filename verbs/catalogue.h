@@ -1,0 +1,177 @@
+// The verb catalogue: one row per verb. Whoever sends, returns, converts or names a verb looks its row up once and follows it.
+// A reader who knows a row knows the verb's whole life.
+#pragma once
+
+#include "common/types.h"
+#include "verbs/codes.h"
+
+#include <array>
+
+namespace tessaly {
+
+// One format of a verb's block, in bytes; offsets in the caller's layout, 0 for none. {} = the verb has no such format.
+struct block_format {
+    u16 length;
+    u16 node_length;
+    u16 pointer_1;
+    u16 pointer_2;
+
+    constexpr bool exists() const noexcept { return length != 0; }
+};
+
+// How the block travels to the node. One case each in v6/vav/send.
+enum class send_rule : u8 {
+    whole_block,  // as it is
+    allocate,     // always in the 188-byte layout, as format 0
+    receive_allocate,
+    deallocate,
+    tp_started,
+    set_tp_properties,  // logical unit of work identifiers are packed
+    never,              // handled here, or sent under another opcode
+};
+
+// What of the answer reaches the application's block. One case each in v6/vavsub/results.
+enum class result_rule : u8 {
+    whole_block,
+    send_status,   // the codes and at most two status bytes
+    group_id,      // the codes and the conversation group
+    receive,       // all but the data pointer and the callback
+    own_pointer,   // all but the verb's one pointer field
+    allocate,
+    deallocate,
+    tp_started,
+    receive_allocate,
+    get_attributes,
+    get_tp_properties,
+    set_tp_properties,
+};
+
+// A data buffer that the block names: where its length (u16) and its address lie in the block as it travels, before widening.
+struct data_buffer {
+    u16 length_at;
+    u16 address_at;
+};
+
+// The status bytes of send_rule verbs; 0 for none.
+struct status_bytes {
+    u16 first_at;
+    u16 second_at;
+};
+
+struct verb_row {
+    u16 opcode;
+    const char* name;
+    block_format format[2];
+    bool conv_verb;  // carries a conversation identifier at offset 20
+    send_rule send = send_rule::whole_block;
+    data_buffer sent[2] = {};   // sent behind the block
+    u16 received_into = 0;      // address of the buffer that the answer's data goes to
+    result_rule result = result_rule::whole_block;
+    status_bytes status = {};
+    u16 post_callback = 0;      // address of the routine that the block itself names for completion
+};
+
+inline constexpr verb_row verbs[] = {
+    {.opcode = ALLOCATE, .name = "ALLOCATE", .format = {{188, 200, 0x9C, 0}, {188, 200, 0x9C, 0}}, .conv_verb = true,
+     .send = send_rule::allocate, .sent = {{0x98, 0x9C}}, .result = result_rule::allocate},
+    {.opcode = CONFIRM, .name = "CONFIRM", .format = {{28, 28, 0, 0}, {28, 28, 0, 0}}, .conv_verb = true},
+    {.opcode = CONFIRMED, .name = "CONFIRMED", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = DEALLOCATE, .name = "DEALLOCATE", .format = {{32, 40, 0x1C, 0}, {36, 48, 0x1C, 0}}, .conv_verb = true,
+     .send = send_rule::deallocate, .sent = {{0x1A, 0x1C}}, .result = result_rule::deallocate},
+    {.opcode = FLUSH, .name = "FLUSH", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = GET_ATTRIBUTES, .name = "GET_ATTRIBUTES", .format = {{132, 132, 0, 0}, {164, 164, 0, 0}}, .conv_verb = true,
+     .result = result_rule::get_attributes},
+    {.opcode = GET_TYPE, .name = "GET_TYPE", .format = {{28, 28, 0, 0}, {28, 28, 0, 0}}, .conv_verb = true},
+    {.opcode = GET_STATE, .name = "GET_STATE", .format = {{28, 28, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = PREPARE_TO_RECEIVE, .name = "PREPARE_TO_RECEIVE", .format = {{28, 28, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = RECEIVE_AND_WAIT, .name = "RECEIVE_AND_WAIT", .format = {{48, 56, 0x24, 0}, {}}, .conv_verb = true,
+     .received_into = 0x24, .result = result_rule::receive},
+    {.opcode = RECEIVE_IMMEDIATE, .name = "RECEIVE_IMMEDIATE", .format = {{48, 56, 0x24, 0}, {}}, .conv_verb = true,
+     .received_into = 0x24, .result = result_rule::receive},
+    {.opcode = RECEIVE_AND_POST, .name = "RECEIVE_AND_POST", .format = {{48, 56, 0x24, 0}, {}}, .conv_verb = true,
+     .received_into = 0x24, .result = result_rule::receive, .post_callback = 0x28},
+    {.opcode = REQUEST_TO_SEND, .name = "REQUEST_TO_SEND", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = SEND_DATA, .name = "SEND_DATA", .format = {{36, 48, 0x1C, 0}, {36, 48, 0x1C, 0}}, .conv_verb = true,
+     .sent = {{0x1A, 0x1C}}, .result = result_rule::send_status, .status = {0x18, 0x19}},
+    {.opcode = SEND_ERROR, .name = "SEND_ERROR", .format = {{36, 40, 0x20, 0}, {}}, .conv_verb = true,
+     .sent = {{0x1C, 0x20}}, .result = result_rule::send_status, .status = {0x18, 0x1B}},
+    {.opcode = SEND_EXPEDITED_DATA, .name = "SEND_EXPEDITED_DATA", .format = {{36, 48, 0x1C, 0}, {}}, .conv_verb = true,
+     .sent = {{0x1A, 0x1C}}, .result = result_rule::send_status, .status = {0x18, 0x19}},
+    {.opcode = TEST_RTS, .name = "TEST_RTS", .format = {{28, 28, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = TP_ENDED, .name = "TP_ENDED", .format = {{24, 24, 0, 0}, {}}, .conv_verb = false},
+    {.opcode = TP_STARTED, .name = "TP_STARTED", .format = {{112, 112, 0, 0}, {}}, .conv_verb = false,
+     .send = send_rule::tp_started, .result = result_rule::tp_started},
+    {.opcode = RECEIVE_ALLOCATE, .name = "RECEIVE_ALLOCATE", .format = {{164, 164, 0, 0}, {164, 164, 0, 0}}, .conv_verb = false,
+     .send = send_rule::receive_allocate, .result = result_rule::receive_allocate},
+    {.opcode = GET_TP_PROPERTIES, .name = "GET_TP_PROPERTIES", .format = {{156, 156, 0, 0}, {184, 184, 0, 0}},
+     .conv_verb = false, .result = result_rule::get_tp_properties},
+    {.opcode = SEND_CONVERSATION, .name = "SEND_CONVERSATION", .format = {{192, 208, 0x9C, 0xBC}, {}}, .conv_verb = true,
+     .sent = {{0x98, 0x9C}, {0xBA, 0xBC}}, .result = result_rule::group_id},
+    {.opcode = CANCEL_CONV, .name = "CANCEL_CONV", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = SET_TP_PROPERTIES, .name = "SET_TP_PROPERTIES", .format = {{100, 100, 0, 0}, {}}, .conv_verb = false,
+     .send = send_rule::set_tp_properties, .result = result_rule::set_tp_properties},
+    {.opcode = GET_LU_STATUS, .name = "GET_LU_STATUS", .format = {{40, 40, 0, 0}, {}}, .conv_verb = false},
+    {.opcode = IMPLIED_FORGET, .name = "IMPLIED_FORGET", .format = {{28, 28, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = TEST_RTS_AND_POST, .name = "TEST_RTS_AND_POST", .format = {{32, 32, 0, 0}, {32, 32, 0, 0}}, .conv_verb = true,
+     .result = result_rule::own_pointer, .post_callback = 0x1C},
+    {.opcode = RECEIVE_EXPEDITED_DATA, .name = "RECEIVE_EXPEDITED_DATA", .format = {{40, 48, 0x24, 0}, {}}, .conv_verb = true,
+     .received_into = 0x24, .result = result_rule::own_pointer},
+    {.opcode = RECEIVE_ALLOCATE_CPIC, .name = "RECEIVE_ALLOCATE_CPIC", .format = {{200, 208, 0xC4, 0}, {200, 208, 0xC4, 0}},
+     .conv_verb = false, .send = send_rule::never},
+    {.opcode = REGISTER_CPIC_TP, .name = "REGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
+     .send = send_rule::never},
+    {.opcode = UNREGISTER_CPIC_TP, .name = "UNREGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
+     .send = send_rule::never},
+    {.opcode = RECEIVE_ALLOCATE_EX, .name = "RECEIVE_ALLOCATE_EX", .format = {{}, {192, 192, 0, 0}}, .conv_verb = false,
+     .send = send_rule::never},
+};
+
+// Opcodes lie in two ranges, each with its own exported tables.
+inline constexpr u16 MAIN_OPCODES = 259;
+inline constexpr u16 FIRST_2ND_OPCODE = 0xF100;
+inline constexpr u16 SECOND_OPCODES = 4;
+
+namespace catalogue_detail {
+
+inline constexpr u8 NO_ROW = 0xFF;
+
+constexpr u16 slot_of(u16 opcode) noexcept
+{
+    if (opcode < MAIN_OPCODES)
+        return opcode;
+    const u16 second = static_cast<u16>(opcode - FIRST_2ND_OPCODE);
+    return second < SECOND_OPCODES ? static_cast<u16>(MAIN_OPCODES + second) : 0;  // opcode 0 is no verb
+}
+
+inline constexpr auto row_numbers = [] {
+    std::array<u8, MAIN_OPCODES + SECOND_OPCODES> numbers{};
+    numbers.fill(NO_ROW);
+    u8 number = 0;
+    for (const verb_row& verb : verbs)
+        numbers[slot_of(verb.opcode)] = number++;
+    return numbers;
+}();
+
+}  // namespace catalogue_detail
+
+// The verb's row, or null for an opcode that is no verb.
+constexpr const verb_row* find_verb(u16 opcode) noexcept
+{
+    const u8 number = catalogue_detail::row_numbers[catalogue_detail::slot_of(opcode)];
+    return number == catalogue_detail::NO_ROW ? nullptr : &verbs[number];
+}
+
+static_assert(find_verb(SEND_DATA)->opcode == SEND_DATA && find_verb(RECEIVE_ALLOCATE_EX)->opcode == RECEIVE_ALLOCATE_EX);
+static_assert(find_verb(0) == nullptr && find_verb(0x0015) == nullptr && find_verb(FIRST_TP_SERVER_OPCODE) == nullptr);
+
+constexpr bool is_receive_allocate(u16 opcode) noexcept
+{
+    return opcode == RECEIVE_ALLOCATE || opcode == RECEIVE_ALLOCATE_EX || opcode == RECEIVE_ALLOCATE_CPIC;
+}
+
+constexpr bool is_post_verb(u16 opcode) noexcept
+{
+    return opcode == RECEIVE_AND_POST || opcode == TEST_RTS_AND_POST;
+}
+
+}  // namespace tessaly
