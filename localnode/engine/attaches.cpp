@@ -13,6 +13,16 @@ namespace {
 constexpr u64 ATTACH_LIMIT_MS = 30'000;
 constexpr u32 MOST_ATTACHES = 1000;
 
+// The name in a datagram; none when its length cannot be.
+std::optional<tp_name> name_of(const counted_tp_name& counted) noexcept
+{
+    if (counted.length > TP_NAME_BYTES)
+        return std::nullopt;
+    u8 used[TP_NAME_BYTES] = {};
+    std::copy_n(counted.name, counted.length, used);
+    return name_in<tp_name>(used);
+}
+
 bool has_registered(node& n, client_id client, const tp_name* program) noexcept
 {
     return n.name_table.first_where([&](const registered_name& name) {
@@ -99,12 +109,13 @@ registered_name* find_name(node& n, client_id client, const tp_name& program) no
         [&](const registered_name& name) { return name.client == client && name.program == program; });
 }
 
-void read_announcement(announced_tp& waiting, client_id client, const announce_datagram& datagram) noexcept
+void read_announcement(announced_tp& waiting, client_id client, const announce_datagram& datagram,
+                       const tp_name& program) noexcept
 {
     waiting.client = client;
     waiting.tp_handle = datagram.src_corr;
     waiting.registered_names = datagram.tp_name.name[0] == 0;
-    waiting.program = name_in<tp_name>(datagram.tp_name.name);
+    waiting.program = program;
     std::copy_n(datagram.lu_alias, waiting.lu.size(), waiting.lu.begin());
     if (waiting.lu == lu_alias{})
         waiting.lu = ANY_LU;
@@ -159,6 +170,9 @@ void refuse_attach(node& n, attach& refused)
 
 void announce(node& n, client_id client, const announce_datagram& datagram)
 {
+    const std::optional<tp_name> program = name_of(datagram.tp_name);
+    if (!program)
+        return;
     if (announced_tp* const earlier = find_announced(n, client, datagram.src_corr))
         forget_announcement(n, *earlier);
     announced_tp* const waiting = n.announced_table.take();
@@ -167,7 +181,7 @@ void announce(node& n, client_id client, const announce_datagram& datagram)
         return;
     }
     init_link(*waiting);
-    read_announcement(*waiting, client, datagram);
+    read_announcement(*waiting, client, datagram, *program);
     n.announced.append(*waiting);
 
     attach* arrived = n.attaches.first();
@@ -200,20 +214,22 @@ void attach_response(node& n, client_id client, const attach_response_datagram& 
 
 void register_name(node& n, client_id client, const cpic_datagram& datagram)
 {
-    const tp_name program = name_in<tp_name>(datagram.tp_name.name);
-    if (find_name(n, client, program) != nullptr)
+    const std::optional<tp_name> program = name_of(datagram.tp_name);
+    if (!program || find_name(n, client, *program) != nullptr)
         return;
     if (registered_name* const name = n.name_table.take()) {
         name->client = client;
-        name->program = program;
+        name->program = *program;
     }
     offer_what_waits(n);
 }
 
 void unregister_name(node& n, client_id client, const cpic_datagram& datagram)
 {
-    const tp_name program = name_in<tp_name>(datagram.tp_name.name);
-    if (registered_name* const name = find_name(n, client, program))
+    const std::optional<tp_name> program = name_of(datagram.tp_name);
+    if (!program)
+        return;
+    if (registered_name* const name = find_name(n, client, *program))
         n.name_table.give_back(*name);
     offer_what_waits(n);  // a client without names accepts any
 }

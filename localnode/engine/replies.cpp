@@ -30,6 +30,8 @@ void send_datagram(node& n, client_id client, const appl_ready_datagram& datagra
 
 void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data)
 {
+    if (path.failed)
+        return;
     const u32 buf_len = HEADER_BYTES + verb.layout.node_length;
     const u32 msg_len = buf_len + static_cast<u32>(data.size());
     u8* const frame = n.output->add(path.client, frame_kind::message, path.number, msg_len);

@@ -5,8 +5,8 @@
 
 namespace tessaly::node {
 
-// Answers a verb of that path's TP with the block as it now is, and data behind it. When there is no room for the frame the
-// path counts as lost; what that means for its TP happens when the frame in hand has been dealt with.
+// Answers a verb of that path's TP with the block as it now is, and data behind it; not on a path that has failed. When there
+// is no room for the frame the path counts as lost; what that means for its TP happens when the frame in hand is dealt with.
 void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data = {});
 
 // Answers the verb that waits on a side, which then waits no more.

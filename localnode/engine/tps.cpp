@@ -92,11 +92,12 @@ void fail_lost_paths(node& n)
 
 void client_gone(node& n, client_id client)
 {
+    const auto of_client = [client](const path_record& path) { return path.client == client; };
+    // It is told nothing any more, not even by a conversation of which it had both sides.
+    n.path_table.for_each([&](path_record& path) { path.failed = path.failed || of_client(path); });
     forget_client(n, client);
-    n.path_table.for_each([&](path_record& path) {
-        if (path.client == client)
-            close_path(n, path);
-    });
+    while (path_record* const path = n.path_table.first_where(of_client))
+        close_path(n, *path);
 }
 
 tp* begin_tp(node& n, path_record& path, u32 client_corr)

@@ -54,6 +54,14 @@ wait_object* take_unused() noexcept
     return object;
 }
 
+u64 limit_after(u32 timeout_ms) noexcept
+{
+    constexpr u32 NO_LIMIT = 0xFFFFFFFF;
+    if (timeout_ms == NO_LIMIT)
+        return NEVER;
+    return timeout_ms == 0 ? 0 : precise_now_ms() + timeout_ms + 1;  // the reading has lost a part of a millisecond
+}
+
 // The verb that such a thread waits for is its parent's: it never completes here.
 [[noreturn]] void wait_in_vain() noexcept
 {
@@ -134,7 +142,6 @@ extern "C" void vpm_release_wait_object(uint32_t handle)
 
 extern "C" void vpm_sleep(uint32_t handle, uint32_t timeout_ms)
 {
-    constexpr uint32_t NO_LIMIT = 0xFFFFFFFF;
     if (!process_lock.held()) {
         v0_assert("wait", __LINE__, "the thread that sleeps holds the lock");
         return;
@@ -147,7 +154,7 @@ extern "C" void vpm_sleep(uint32_t handle, uint32_t timeout_ms)
         return;
     }
     object->in_use = true;
-    sleep_on(*object, timeout_ms == NO_LIMIT ? NEVER : precise_now_ms() + timeout_ms);
+    sleep_on(*object, limit_after(timeout_ms));
     object->in_use = false;
     object->woken = false;
     if (object->released)

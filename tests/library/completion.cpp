@@ -75,7 +75,6 @@ TEST_F(completing, TP_STARTED_waits_for_the_librarys_own_SET_TP_PROPERTIES)
     node.deliver();
     EXPECT_TRUE(v.calls.empty());
     node.answer(node.last(SET_TP_PROPERTIES), {.primary = PARAMETER_CHECK, .secondary = 0x99});
-    node.deliver();
     ASSERT_EQ(v.calls.size(), 1u);
     EXPECT_EQ(v.codes(), rc(OK)) << "whatever SET_TP_PROPERTIES returned";
     EXPECT_EQ(v.calls[0].conv_id, 0u);
@@ -130,11 +129,16 @@ TEST_F(completing, post_verbs_call_the_routine_of_their_block)
 TEST_F(completing, routines_issue_asynchronous_verbs_only)
 {
     const tp running = start_tp();
+    verb& allocate = issue(make_on(running, ALLOCATE, 0, 1));
     verb& first = make_on(running, CONFIRM, CONV_7);
     verb& refused = make_on(running, FLUSH, CONV_7);
+    verb& refused_too = make_on(running, FLUSH, CONV_7);
     verb& accepted = make_on(running, FLUSH, CONV_7);
     first.on_call = [&] {
         run(refused);
+        issue(make_on(running, CANCEL_CONV));  // calls the ALLOCATE's routine in here
+        EXPECT_EQ(allocate.calls.size(), 1u);
+        run(refused_too);
         issue(accepted);
     };
     node.answers_once(CONFIRM);
@@ -142,10 +146,21 @@ TEST_F(completing, routines_issue_asynchronous_verbs_only)
     issue(first);
     node.deliver();
     EXPECT_EQ(refused.codes(), rc(STATE_CHECK, SEC_IN_CALLBACK));
+    EXPECT_EQ(refused_too.codes(), rc(STATE_CHECK, SEC_IN_CALLBACK));
     EXPECT_EQ(accepted.codes(), rc(OK));
     EXPECT_EQ(accepted.calls.size(), 1u);
     node.answers_once(CONFIRM);
     EXPECT_EQ(run(make_on(running, CONFIRM, CONV_7)).codes(), rc(OK)) << "outside, a synchronous verb runs again";
+}
+
+TEST_F(completing, what_has_arrived_is_delivered_before_a_synchronous_verb_is_looked_at)
+{
+    const tp running = start_tp();
+    verb& ended = make_on(running, TP_ENDED);
+    ended.on_call = [&] { EXPECT_EQ(node.count(TP_STARTED), 1u); };
+    issue(ended);
+    start_tp();
+    EXPECT_EQ(ended.calls.size(), 1u);
 }
 
 TEST_F(completing, a_null_routine_makes_the_call_synchronous)
@@ -188,13 +203,12 @@ TEST_F(completing, a_tp_that_ends_between_an_answer_and_its_data_forgets_the_del
     const tp running = start_tp();
     char buffer[8] = "-------";
     verb& v = receive(running, RECEIVE_AND_WAIT, buffer, sizeof buffer);
-    verb& ended = make_on(running, TP_ENDED);
-    v.on_call = [&] { issue(ended); };
     node.answers_once(RECEIVE_AND_WAIT, filled<appc_receive>([](appc_receive& b) { b.dlen = 2; }, as_bytes("ab", 2)));
+    node.before_data = [&] { stop_library(); };
     issue(v);
     node.deliver();
+    EXPECT_EQ(v.codes(), rc(COMMS_SUBSYSTEM_ABENDED));
     EXPECT_EQ(v.calls.size(), 1u);
-    EXPECT_EQ(ended.codes(), rc(OK));
 }
 
 TEST_F(completing, a_deallocated_conversation_is_forgotten_once)
@@ -211,6 +225,8 @@ TEST_F(completing, a_deallocated_conversation_is_forgotten_once)
         EXPECT_EQ(node.held().handles, before.handles + 1) << "its record is kept";
         EXPECT_EQ(node.held().wait_objects, before.wait_objects);
         const sent_verb sent = node.last(DEALLOCATE);
+        node.answer(sent);
+        EXPECT_EQ(node.logs.back().point, 211) << "it waits for nothing but the news";
         forgets(sent, 1);
         forgets(sent, 1);
         ASSERT_EQ(v.calls.size(), completions + 1);
@@ -221,6 +237,25 @@ TEST_F(completing, a_deallocated_conversation_is_forgotten_once)
         EXPECT_EQ(v.calls.back().tp_id, running.id);
         EXPECT_EQ(node.held().handles, before.handles);
     }
+}
+
+TEST_F(completing, news_before_the_synchronous_caller_has_woken_are_delivered_once)
+{
+    const tp running = start_tp();
+    const holdings before = node.held();
+    verb& v = deallocate(running);
+    node.while_asleep([&] {
+        const sent_verb sent = node.last(DEALLOCATE);
+        node.answer(sent);
+        forgets(sent, 0);
+        forgets(sent, 0);
+        EXPECT_EQ(node.logs.back().point, 211);
+        node.answer(sent);
+        EXPECT_EQ(node.logs.back().point, 211);
+    });
+    run(v);
+    EXPECT_EQ(v.calls.size(), 1u);
+    EXPECT_EQ(node.held(), before);
 }
 
 TEST_F(completing, only_a_successful_format_1_DEALLOCATE_is_kept)
@@ -245,7 +280,6 @@ TEST_F(completing, news_that_overtake_the_DEALLOCATEs_answer_are_delivered_once)
     ASSERT_EQ(v.calls.size(), 1u);
     EXPECT_EQ(v.calls[0].by, callback::forget);
     node.answer(sent);
-    node.deliver();
     ASSERT_EQ(v.calls.size(), 2u);
     EXPECT_EQ(v.calls[1].by, callback::completion);
     forgets(sent, 0);
@@ -260,13 +294,22 @@ TEST_F(completing, a_lost_path_or_node_forgets_what_is_kept)
         verb& v = run(deallocate(running));
         if (path_only) {
             node.loses_path(running.path);
-            node.deliver();
         } else {
             stop_library();
         }
         ASSERT_EQ(v.calls.size(), 1u);
         EXPECT_EQ(v.calls[0].type, APPC_FORGET_FAILURE);
     }
+}
+
+TEST_F(completing, the_end_of_the_tp_releases_what_is_kept_without_a_call)
+{
+    const tp running = start_tp();
+    node.answers_once(DEALLOCATE);
+    verb& v = run(deallocate(running));
+    run(make_on(running, TP_ENDED));
+    EXPECT_TRUE(v.calls.empty());
+    EXPECT_EQ(node.held().handles, 0u);
 }
 
 TEST_F(completing, news_for_a_verb_that_keeps_no_record_are_reported_and_call_nothing)
@@ -277,7 +320,6 @@ TEST_F(completing, news_for_a_verb_that_keeps_no_record_are_reported_and_call_no
     forgets(node.last(CONFIRM), 0);
     EXPECT_TRUE(v.calls.empty() || v.calls[0].by == callback::completion);
     node.answer(node.last(CONFIRM));
-    node.deliver();
     EXPECT_EQ(v.calls.size(), 1u);
 }
 

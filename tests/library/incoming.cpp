@@ -21,10 +21,7 @@ bytes joined(std::initializer_list<bytes> parts)
     return all;
 }
 
-constexpr u32 ADDRESS = 0x0A0B0C0D;
-constexpr u32 ATTACH = 0x00112233;
-
-bytes attach_response(u32 reason, u32 attach = ATTACH, u32 address = ADDRESS)
+bytes attach_response(u32 reason, u32 attach = ATTACH_CORR, u32 address = ATTACH_ADDRESS)
 {
     return words({16 | 17 << 16, reason, attach, address});
 }
@@ -41,14 +38,6 @@ protected:
         const bytes ebcdic_name = ebcdic(name, 64);
         std::copy(ebcdic_name.begin(), ebcdic_name.end(), v.as<appc_receive_allocate>().tp_name);
         return v;
-    }
-
-    u32 announced() const { return load<u32>(node.datagrams.back().data(), 8); }
-
-    void ready(u32 tp_handle, u32 status = VSM_ST_READY, const char* name = "ASKEDFOR")
-    {
-        bytes datagram = joined({words({92 | 0x0082 << 16, status, tp_handle, ADDRESS, ATTACH, 0, 0}), ebcdic(name, 64)});
-        node.sends_datagram(datagram);
     }
 
     verb& cancel()
@@ -93,9 +82,8 @@ TEST_F(incoming, a_ready_node_is_asked_on_its_own_path_and_its_answer_brings_the
         verb& v = issue(receive_allocate(opcode));
         const u32 handle = announced();
         node.stays_silent(RECEIVE_ALLOCATE);
-        ready(handle);
-        node.deliver();
-        EXPECT_EQ(node.paths.rbegin()->second.node, ADDRESS);
+        conversation_ready(handle);
+        EXPECT_EQ(node.paths.rbegin()->second.node, ATTACH_ADDRESS);
         const bytes block = node.last(RECEIVE_ALLOCATE).block();
         bytes expected(192, 0);
         expected[0] = 0x16;
@@ -103,7 +91,7 @@ TEST_F(incoming, a_ready_node_is_asked_on_its_own_path_and_its_answer_brings_the
         store<u32>(expected.data(), 8, UNTOUCHED);
         const bytes asked = ebcdic("ASKEDFOR", 64);
         std::copy(asked.begin(), asked.end(), expected.begin() + 12);
-        store<u32>(expected.data(), 84, ATTACH);
+        store<u32>(expected.data(), 84, ATTACH_CORR);
         expected[164] = 1;
         EXPECT_TRUE(same_bytes(block, expected)) << opcode;
         EXPECT_EQ(node.last(RECEIVE_ALLOCATE).header().dest_corr, 0u);
@@ -136,8 +124,7 @@ TEST_F(incoming, a_format_0_block_travels_as_format_1)
 {
     verb& v = issue(receive_allocate(RECEIVE_ALLOCATE, 0));
     std::memset(v.block() + 124, 0xAB, 68);
-    ready(announced());
-    node.deliver();
+    conversation_ready(announced());
     bytes expected(192 - 124, 0);
     expected[164 - 124] = 1;
     const bytes block = node.last(RECEIVE_ALLOCATE).block();
@@ -149,8 +136,7 @@ TEST_F(incoming, a_refused_conversation_ends_the_tp)
 {
     node.answers(RECEIVE_ALLOCATE, {.primary = STATE_CHECK, .secondary = 0x77});
     verb& v = issue(receive_allocate(RECEIVE_ALLOCATE_EX));
-    ready(announced());
-    node.deliver();
+    conversation_ready(announced());
     EXPECT_EQ(v.codes(), rc(STATE_CHECK, 0x77));
     EXPECT_EQ(v.header().opcode, RECEIVE_ALLOCATE_EX);
     EXPECT_EQ(v.calls.size(), 1u);
@@ -191,8 +177,7 @@ TEST_F(incoming, every_end_of_the_wait_has_its_codes)
                 handle = announced();
                 const auto say = [&] {
                     answers = node.datagrams.size();
-                    ready(handle, each.status);
-                    node.deliver();
+                    conversation_ready(handle, each.status);
                 };
                 if (each.no_path)
                     node.refuse(may_fail::vpm_create_path);
@@ -241,8 +226,7 @@ TEST_F(incoming, a_second_cancel_of_the_same_wait_completes_at_once_and_sends_no
     verb& second = run(cancel());
     EXPECT_EQ(second.codes(), rc(OK, UNTOUCHED));
     EXPECT_EQ(node.datagrams.size(), datagrams);
-    ready(handle, VSM_ST_FAILED);
-    node.deliver();
+    conversation_ready(handle, VSM_ST_FAILED);
     EXPECT_EQ(first.calls.size(), 1u);
     EXPECT_EQ(waiting.calls.size(), 1u);
 }
@@ -259,8 +243,7 @@ TEST_F(incoming, a_cancel_that_cannot_be_made_or_sent_leaves_the_wait)
     node.refuse_nothing();
     EXPECT_TRUE(waiting.calls.empty());
     node.answers(RECEIVE_ALLOCATE);
-    ready(handle);
-    node.deliver();
+    conversation_ready(handle);
     EXPECT_EQ(waiting.codes(), rc(OK));
 }
 
@@ -301,7 +284,6 @@ TEST_F(incoming, an_attach_identifier_is_used_once)
             EXPECT_EQ(as_bytes(v.block() + 166, 8), (bytes{0, 0, 0, 1, 0, 0, 0, 2}));
             EXPECT_STREQ(getenv("APPC_ATTACH_ID"), "");
             node.answer(node.last(RECEIVE_ALLOCATE));
-            node.deliver();
             EXPECT_EQ(node.datagrams.back(), attach_response(ATTACH_TAKEN, 0x01000000, 0x02000000));
         }
     }
@@ -334,10 +316,8 @@ TEST_F(incoming, a_wait_on_an_attach_path_is_cancelled_at_once)
 TEST_F(incoming, a_path_lost_while_waiting_on_it_refuses_the_attach)
 {
     verb& v = issue(receive_allocate());
-    ready(announced());
-    node.deliver();
+    conversation_ready(announced());
     node.loses_path(node.last(RECEIVE_ALLOCATE).path);
-    node.deliver();
     EXPECT_EQ(v.codes(), rc(COMMS_SUBSYSTEM_ABENDED));
     EXPECT_EQ(node.datagrams.back(), attach_response(ATTACH_REFUSED));
     ASSERT_NE(node.logged(221), nullptr);
@@ -348,15 +328,12 @@ TEST_F(incoming, status_for_no_waiter_is_logged_and_ignored)
 {
     verb& waiting = issue(receive_allocate());
     const u32 handle = announced();
-    ready(handle + 1000);
-    node.deliver();
+    conversation_ready(handle + 1000);
     ASSERT_EQ(node.logs.back().point, 218);
-    ready(handle);
-    node.deliver();
+    conversation_ready(handle);
     node.logs.clear();
     for (const u32 status : {VSM_ST_READY, VSM_ST_FAILED, VSM_ST_WITHDRAWN})
-        ready(handle, status);
-    node.deliver();
+        conversation_ready(handle, status);
     EXPECT_EQ(node.logs.size(), 3u) << "the wait already has its path";
     for (const log_record& log : node.logs)
         EXPECT_EQ(log.point, 219);
@@ -364,8 +341,7 @@ TEST_F(incoming, status_for_no_waiter_is_logged_and_ignored)
 
     const tp running = start_tp();
     issue(make_on(running, CONFIRM, CONV_7));
-    ready(running.handle);
-    node.deliver();
+    conversation_ready(running.handle);
     EXPECT_EQ(node.logs.back().point, 219) << "another verb is first";
 
     bytes truncated = words({91 | 0x0082 << 16, VSM_ST_FAILED, handle});

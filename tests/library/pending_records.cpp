@@ -16,7 +16,6 @@ protected:
         for (const sent_verb& sent : node.sent)
             if (sent.header().pend_handle == pend_handle)
                 node.answer(sent);
-        node.deliver();
     }
 };
 

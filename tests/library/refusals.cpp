@@ -88,7 +88,6 @@ TEST_F(refusing, covers_a_tp_that_is_ending)
     EXPECT_EQ(ended.result, VAV_IN_PROGRESS);
     EXPECT_EQ(run(make_on(running, CONFIRM, CONV_7)).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
     node.answer(node.last(TP_ENDED));
-    node.deliver();
     EXPECT_EQ(ended.codes(), rc(OK));
 }
 

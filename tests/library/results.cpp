@@ -192,11 +192,8 @@ TEST_F(starting_verbs, receive_allocate_returns_the_bytes_of_its_format_and_its_
         std::memset(v.block() + 166, 0, 8);  // no attach identifier
         bytes expected = v.image();
         issue(v);
-        const u32 handle = load<u32>(node.datagrams.back().data(), 8);
-        bytes ready(92, 0x40);
-        const u32 words[] = {92 | 0x0082 << 16, 0, handle, 0x01010101, 0x22};
-        std::memcpy(ready.data(), words, sizeof words);
-        node.sends_datagram(ready);
+        const u32 handle = announced();
+        conversation_ready(handle);
         node.deliver();
 
         for (const taken& part : row.parts)

@@ -151,7 +151,6 @@ TEST_F(start_and_stop, the_last_sleeper_stops_a_terminated_library)
     verb& late = tp_started();
     node.while_asleep([&] {
         node.reports(NODE_EVENT_TERMINATED);
-        node.deliver();
         EXPECT_EQ(node.held().path_users, 1u) << "a caller still sleeps";
         EXPECT_EQ(run(late).codes(), rc(COMMS_SUBSYSTEM_ABENDED)) << "nothing starts meanwhile";
     });
@@ -166,7 +165,6 @@ TEST_F(start_and_stop, a_lost_path_completes_its_tps_verbs_and_leaves_the_tp_for
     verb& waiting = issue(make_on(lost, RECEIVE_AND_WAIT, CONV_7));
     verb& elsewhere = issue(make_on(other, RECEIVE_AND_WAIT, CONV_7));
     node.loses_path(lost.path);
-    node.deliver();
     EXPECT_EQ(waiting.codes(), rc(COMMS_SUBSYSTEM_ABENDED));
     EXPECT_EQ(waiting.calls.size(), 1u);
     EXPECT_TRUE(elsewhere.calls.empty());

@@ -220,9 +220,7 @@ TEST_F(tp_start, a_path_lost_before_the_sleeper_wakes_does_not_start_it_again)
     node.stays_silent(TP_STARTED);
     node.while_asleep([&] {
         node.answer(node.sent.back());
-        node.deliver();
         node.loses_path(node.sent.back().path);
-        node.deliver();
     });
     EXPECT_EQ(run(tp_started()).codes(), rc(OK));
     EXPECT_EQ(node.count(TP_STARTED), 1u);
@@ -242,12 +240,16 @@ TEST_F(tp_start, a_path_lost_during_SET_TP_PROPERTIES_starts_it_again)
     EXPECT_EQ(node.count(TP_STARTED), 2u);
     EXPECT_EQ(node.last(TP_STARTED).header().dest_corr, 0u) << "the new node has not named the TP yet";
     EXPECT_EQ(node.count(SET_TP_PROPERTIES), 2u);
+    node.answers(CONFIRM);
+    EXPECT_EQ(run(make_on(tp_of(v), CONFIRM, CONV_7)).codes(), rc(OK)) << "the TP is as good as any";
 }
 
-TEST_F(tp_start, can_be_cancelled_before_its_answer)
+TEST_F(tp_start, can_be_cancelled_before_its_answer_and_before_that_to_SET_TP_PROPERTIES)
 {
-    node.stays_silent(TP_STARTED);
-    for (const bool synchronous : {false, true}) {
+    for (u32 way = 0; way < 4; ++way) {
+        const bool synchronous = way % 2 != 0;
+        node.answers(TP_STARTED);
+        node.stays_silent(way < 2 ? TP_STARTED : SET_TP_PROPERTIES);
         verb& v = tp_started();
         verb& cancel = make(CANCEL_CONV);
         if (synchronous) {
@@ -255,11 +257,12 @@ TEST_F(tp_start, can_be_cancelled_before_its_answer)
             run(v);
         } else {
             issue(v);
+            node.deliver();
             run(cancel);
             EXPECT_EQ(v.calls.size(), 1u);
         }
         EXPECT_EQ(cancel.codes(), rc(OK, UNTOUCHED));
-        EXPECT_EQ(v.codes(), rc(CANCELLED));
+        EXPECT_EQ(v.codes(), rc(CANCELLED)) << way;
         EXPECT_EQ(node.held().entries, 0u);
         EXPECT_EQ(node.held().paths, 0u);
     }

@@ -272,6 +272,7 @@ TEST_F(Delivery, to_the_node_is_whole_messages_only)
         } else {
             EXPECT_TRUE(came.empty()) << now.why;
         }
+        ASSERT_FALSE(events.empty()) << now.why;
         EXPECT_EQ(events.back().kind, now.arrives ? NODE_EVENT_IPS : NODE_EVENT_PATH_FAILURE) << now.why;
         vpm_close_path(own, 0xC000);
     }

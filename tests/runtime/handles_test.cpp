@@ -67,7 +67,7 @@ TEST_F(Handles, that_nobody_gave_out_are_unknown_everywhere)
 {
     const u32 known = add(things[0]);
     void* out = &things[3];
-    for (u32 wild : {0u, 1u, known + 1, known ^ 0x1000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+    for (u32 wild : {0u, 2u, known + 1, known ^ 0x1000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
         EXPECT_EQ(vtm_get_pointer(table, wild), nullptr) << wild;
         EXPECT_EQ(vtm_get_pointer(wild, known), nullptr) << wild;
         EXPECT_EQ(vtm_get_free_entry(wild, &things[1]), 0u) << wild;

@@ -72,8 +72,11 @@ protected:
         EXPECT_EQ(vpm_init_path_user(0, 0, receive, 0, &user), 0);
         // The node echoes each verb, without its data.
         script.answer = [](const frame& input, frame_sink& output) {
-            if (input.kind == frame_kind::message)
-                node_sends(output, frame_kind::message, input.path, {input.block.begin(), input.block.end()});
+            if (input.kind != frame_kind::message)
+                return;
+            std::vector<u8> echo{input.block.begin(), input.block.end()};
+            store(echo.data(), offsetof(verb_message_header, msg_len), static_cast<u32>(echo.size()));
+            node_sends(output, frame_kind::message, input.path, echo);
         };
     }
 

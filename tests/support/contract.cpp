@@ -134,7 +134,7 @@ u16 vpm_send_ips(u32 path, void* message, u32 message_bytes, const void* data, u
     EXPECT_TRUE(found != the_node->paths.end() && found->second.state == path_record::open) << "a verb is sent on no open path";
     EXPECT_EQ(data == nullptr, data_bytes == 0) << "data address and length do not agree";
     if (status != 0) {
-        the_node->loses_path(path);  // what a failed send must show as
+        the_node->send_has_failed(path);
         return status;
     }
     const bytes tail = copy_of(data, data_bytes);

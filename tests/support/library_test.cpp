@@ -63,7 +63,6 @@ void library_test::TearDown()
 void library_test::stop_library()
 {
     node.reports(NODE_EVENT_TERMINATED);
-    node.deliver();
 }
 
 verb& library_test::make(u16 opcode, u8 format, u32 size)
@@ -129,6 +128,14 @@ tp library_test::tp_of(verb& started) const
         if (sent.header().src_corr == handle)
             path = sent.path;
     return {as_bytes(id, 8), handle, path};
+}
+
+void library_test::conversation_ready(u32 tp_handle, u32 status, const char* name)
+{
+    appl_ready_datagram ready{{sizeof ready, DATAGRAM_APPL_READY}, status, tp_handle, ATTACH_ADDRESS, ATTACH_CORR, {}, {}};
+    const bytes tp_name = ebcdic(name, sizeof ready.tp_name);
+    std::copy(tp_name.begin(), tp_name.end(), ready.tp_name);
+    node.sends_datagram(as_bytes(&ready, sizeof ready));
 }
 
 void library_test::write_file(const char* name, const std::string& text) const

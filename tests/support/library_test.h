@@ -31,6 +31,8 @@ constexpr outcome rc(u16 primary, u32 secondary = 0)
 inline constexpr u32 UNTOUCHED = 0x5EC0DA7E;  // what every block's secondary_rc holds before it is issued
 inline constexpr u32 CONV_7 = 7;
 inline constexpr u32 CONV_8 = 8;
+inline constexpr u32 ATTACH_ADDRESS = 0x0A0B0C0D;
+inline constexpr u32 ATTACH_CORR = 0x00112233;
 
 // One call of a callback.
 struct callback {
@@ -90,6 +92,10 @@ protected:
     verb& tp_started(const char* name = "ECHO", const char* lu_alias = "LUA");  // not issued yet
     tp start_tp(const char* name = "ECHO");                                      // answered with OK
     tp tp_of(verb& started) const;
+
+    // What became of an announced receive-allocate, as the node tells it.
+    u32 announced() const { return load<u32>(node.datagrams.back().data(), 8); }  // the TP
+    void conversation_ready(u32 tp_handle, u32 status = VSM_ST_READY, const char* name = "ASKEDFOR");
 
     void write_file(const char* name, const std::string& text) const;  // next to the alias map
     void remove_file(const char* name) const;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
+#include <utility>
 
 namespace tessaly::test {
 
@@ -104,10 +105,10 @@ void scripted_node::message_is_complete(const sent_verb& verb)
 {
     const u16 opcode = verb.opcode();
     if (auto once = once_.find(opcode); once != once_.end() && !once->second.empty()) {
-        answer(verb, once->second.front());
+        queue_.push_back({NODE_EVENT_IPS, verb.path, answer_to(verb, once->second.front())});
         once->second.pop_front();
     } else if (auto standing = standing_.find(opcode); standing != standing_.end()) {
-        answer(verb, standing->second);
+        queue_.push_back({NODE_EVENT_IPS, verb.path, answer_to(verb, standing->second)});
     }
 }
 
@@ -217,6 +218,12 @@ void scripted_node::deliver()
         deliver_one();
 }
 
+void scripted_node::happens(event what)
+{
+    queue_.push_back(std::move(what));
+    deliver();
+}
+
 void scripted_node::deliver_one()
 {
     const event what = std::move(queue_.front());
@@ -252,6 +259,8 @@ void scripted_node::deliver_message(const event& what)
     u16 result = call(users[path->second.user].receive, what.path, info);
     if (result == NODE_RESULT_DELIVER) {
         copy_data(info, what.content);
+        if (const auto step = std::exchange(before_data, nullptr))
+            step();
         result = call(info.data_callback, what.path, info);
     }
     const auto left = memory.find(buffer);
@@ -330,7 +339,7 @@ void scripted_node::sleep(u32 wait_object)
             if (tried_termination)
                 std::abort();
             tried_termination = true;
-            reports(NODE_EVENT_TERMINATED);  // a way out: it completes every verb
+            queue_.push_back({NODE_EVENT_TERMINATED, 0, {}});  // a way out: it completes every verb
         }
     }
     if (!wait_objects.contains(wait_object))

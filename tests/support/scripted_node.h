@@ -90,17 +90,22 @@ public:
     scripted_node();
     ~scripted_node();
 
-    // ---- The script. Answers are queued when the verb is sent and arrive at the next sleep, synchronous verb or deliver().
+    // ---- The script. Answers to verbs are queued when these are sent, and arrive at the next sleep, synchronous verb or
+    // deliver().
     void answers(u16 opcode, reply how = {});       // from now on
     void answers_once(u16 opcode, reply how = {});  // the next verb of this opcode
     void stays_silent(u16 opcode) { standing_.erase(opcode); }
-    void answer(const sent_verb& verb, const reply& how = {}) { sends(verb.path, answer_to(verb, how)); }
-    void sends(u32 path, bytes message) { queue_.push_back({NODE_EVENT_IPS, path, std::move(message)}); }
-    void sends_datagram(bytes datagram) { queue_.push_back({NODE_EVENT_DATAGRAM, 0, std::move(datagram)}); }
-    void loses_path(u32 path) { queue_.push_back({NODE_EVENT_PATH_FAILURE, path, {}}); }
-    void reports(u16 kind) { queue_.push_back({kind, 0, {}}); }
-    void deliver();                                                // all that is queued
+    void deliver();
     void while_asleep(std::function<void()> step) { steps_.push_back(std::move(step)); }  // as from another thread
+
+    // These arrive at once, behind what is queued.
+    void answer(const sent_verb& verb, const reply& how = {}) { sends(verb.path, answer_to(verb, how)); }
+    void sends(u32 path, bytes message) { happens({NODE_EVENT_IPS, path, std::move(message)}); }
+    void sends_datagram(bytes datagram) { happens({NODE_EVENT_DATAGRAM, 0, std::move(datagram)}); }
+    void loses_path(u32 path) { happens({NODE_EVENT_PATH_FAILURE, path, {}}); }
+    void reports(u16 kind) { happens({kind, 0, {}}); }
+    std::function<void()> before_data;  // runs once, between an answer and its data
+
     void refuse(std::optional<may_fail> which, u32 nth = 1, bool from_then_on = false, u16 status = 0x0013);
     void refuse_nothing() { refusals_.clear(); }
     void expect_assertion(const char* text) { expected_assertions_.push_back(text); }
@@ -146,6 +151,7 @@ public:
     void release(void* pointer);
     void asserted(const std::string& text);
     void sleep(u32 wait_object);
+    void send_has_failed(u32 path) { queue_.push_back({NODE_EVENT_PATH_FAILURE, path, {}}); }
     void message_is_complete(const sent_verb& verb);  // answers it, where the script says so
     std::map<void*, memory_block> memory;
     std::map<u32, void*> handles;
@@ -169,6 +175,7 @@ private:
         u32 seen;
     };
 
+    void happens(event what);
     void deliver_one();
     void deliver_message(const event& what);
     void deliver_to_users(const event& what);

@@ -1,0 +1,1 @@
+tessaly_test(NAME conversations SOURCES conversations.cpp LINK tessaly)

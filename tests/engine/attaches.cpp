@@ -1,0 +1,235 @@
+// How an ALLOCATE finds the TP that takes it: waiting ones, later ones, those that refuse, and none.
+#include "tests/engine/playing.h"
+
+namespace tessaly::node::playing {
+namespace {
+
+using Attach = EngineTest;
+
+constexpr rc NOT_AVAILABLE{ALLOCATION_ERROR, APPC_SEC_TRANS_PGM_NOT_AVAIL_RETRY};
+
+void expect_withdrawn(world& w, const program& waiting)
+{
+    const auto ready = w.take_ready(waiting.client, waiting.handle);
+    ASSERT_TRUE(ready);
+    EXPECT_EQ(ready->app_rdy_status, VSM_ST_FAILED);
+}
+
+void cancel_announcement(program& waiting)
+{
+    waiting.w->datagram(waiting.client, cancel_announce_datagram{{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE},
+                                                                 waiting.handle});
+}
+
+void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
+{
+    cpic_datagram datagram{};
+    datagram.header = {sizeof datagram, type};
+    name(datagram.tp_name.name, tp_name);
+    datagram.tp_name.length = type == DATAGRAM_REGISTER_CPIC ? static_cast<u32>(tp_name.size()) : 64;
+    w.datagram(client, datagram);
+}
+
+TEST_F(Attach, waits_with_its_data_for_a_later_receive_allocate)
+{
+    program a = start_tp(w);
+    const u32 conv = a.run(allocate("LATER")).block.conv_id;
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("early")), rc{});
+    EXPECT_EQ(a.codes(deallocate(conv)), rc{});
+    program b = announce(w, "LATER");
+    accept(b);
+    EXPECT_EQ(b.run(receive(b.conv)).text(), "early");
+    EXPECT_EQ(b.codes(receive(b.conv)), (rc{DEALLOC_NORMAL, 0}));
+}
+
+struct announcement {
+    const char* why;
+    const char* tp_name;
+    const char* lu;
+    bool cpic;
+    bool matches;  // an ALLOCATE of ECHO at SERVER
+};
+
+const announcement announcements[] = {
+    {"the name itself", "ECHO", "", false, true},
+    {"no name is any", "", "", false, true},
+    {"another name", "ECH", "", false, false},
+    {"the LU itself", "ECHO", "SERVER", false, true},
+    {"another LU", "ECHO", "OTHER", false, false},
+    {"any name, another LU", "", "OTHER", false, false},
+    {"CPI-C without registered names", "", "", true, true},
+};
+
+TEST_F(Attach, goes_to_a_tp_that_waits_for_its_name_and_lu)
+{
+    for (const announcement& each : announcements)
+        for (const bool announced_first : {true, false}) {
+            SCOPED_TRACE(std::string(each.why) + (announced_first ? ", announced first" : ", allocated first"));
+            std::optional<program> b;
+            if (announced_first)
+                b = announce(w, each.tp_name, 2, each.lu, each.cpic);
+            program a = start_tp(w);
+            EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+            if (!announced_first)
+                b = announce(w, each.tp_name, 2, each.lu, each.cpic);
+            EXPECT_EQ(receive_allocate(*b).has_value(), each.matches);
+            w.client_gone(1);
+            w.client_gone(2);
+            w.time(w.node.deadline_ms().value_or(0));
+        }
+}
+
+TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
+{
+    program a = start_tp(w);
+    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "OTHER");
+    cpic(w, 3, DATAGRAM_REGISTER_CPIC, "ECHO");
+    program b = announce(w, "", 2, "", true);
+    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    EXPECT_TRUE(w.frames.empty());
+    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "ECHO");
+    accept(b);
+
+    program c = announce(w, "", 3, "", true);
+    EXPECT_EQ(a.codes(allocate("ANY")), rc{});
+    EXPECT_TRUE(w.frames.empty());
+    cpic(w, 3, DATAGRAM_UNREGISTER_CPIC, "ECHO");
+    accept(c);
+}
+
+TEST_F(Attach, comes_to_those_who_wait_in_their_order)
+{
+    program b = announce(w, "ECHO", 2);
+    program c = announce(w, "ECHO", 3);
+    program a = start_tp(w);
+    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    accept(b);
+    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    accept(c);
+}
+
+TEST_F(Attach, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
+{
+    program b = announce(w, "ECHO", 2);
+    program c = announce(w, "ECHO", 3);
+    program a = start_tp(w);
+    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("for whom")), rc{});
+    const auto to_b = w.take_ready(2, b.handle);
+    ASSERT_TRUE(to_b);
+    respond(b, to_b->attach_corr, ATTACH_REFUSED);
+    const auto to_c = w.take_ready(3, c.handle);
+    ASSERT_TRUE(to_c);
+    EXPECT_NE(to_c->attach_corr, to_b->attach_corr);
+    respond(b, to_b->attach_corr, ATTACH_REFUSED);  // once more, too late
+    respond(b, to_c->attach_corr, ATTACH_REFUSED);  // not b's to refuse
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("still on")), rc{});
+    respond(c, to_c->attach_corr, ATTACH_REFUSED);
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), NOT_AVAILABLE);
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID}));
+}
+
+TEST_F(Attach, refused_on_its_open_path_loses_nothing_that_was_sent)
+{
+    program b = announce(w, "ECHO", 2);
+    program c = announce(w, "ECHO", 3);
+    program a = start_tp(w);
+    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("kept")), rc{});
+    const auto to_b = w.take_ready(2, b.handle);
+    ASSERT_TRUE(to_b);
+    b.open();
+    appc_receive_allocate verb{};
+    verb.opcode = RECEIVE_ALLOCATE;
+    verb.conv_id = to_b->attach_corr;
+    EXPECT_EQ(b.codes(verb), rc{});
+    b.close();  // the application cancelled before the answer arrived
+    respond(b, to_b->attach_corr, ATTACH_REFUSED);
+    accept(c);
+    EXPECT_EQ(c.run(receive(c.conv)).text(), "kept");
+}
+
+TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
+{
+    w.time(1000);
+    program a = start_tp(w);
+    EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
+    const u32 silent = a.run(allocate("NOBODY")).block.conv_id;
+    w.time(1500);
+    const u32 asking = a.run(allocate("NOBODY")).block.conv_id;
+    const u32 receiving = a.run(allocate("NOBODY")).block.conv_id;
+    const u32 asked = a.issue(confirm(asking));
+    const u32 received = a.issue(receive(receiving));
+    const auto limit = w.node.deadline_ms();
+    ASSERT_TRUE(limit);
+    w.time(*limit - 1);
+    EXPECT_EQ(a.codes(send_data(silent), as_bytes("still")), rc{});
+    w.time(*limit);
+    EXPECT_EQ(a.codes(send_data(silent)), NOT_AVAILABLE);
+    EXPECT_EQ(w.node.deadline_ms(), *limit + 500);
+    w.time(*limit + 500);
+    EXPECT_EQ(a.answer<appc_confirm>(asked)->codes(), NOT_AVAILABLE);
+    EXPECT_EQ(a.answer<appc_receive>(received)->codes(), NOT_AVAILABLE);
+    EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
+}
+
+TEST_F(Attach, taken_in_time_outlives_the_limit)
+{
+    auto [a, b, at_a, at_b] = converse(w);
+    w.time(1'000'000);
+    EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
+    EXPECT_EQ(a.codes(send_data(at_a), as_bytes("x")), rc{});
+    EXPECT_EQ(b.run(receive(at_b)).text(), "x");
+}
+
+TEST_F(Attach, named_late_or_by_the_wrong_tp_is_not_given)
+{
+    program b = announce(w, "ECHO", 2);
+    program thief{w, 3};
+    thief.open();
+    program a = start_tp(w);
+    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
+    appc_receive_allocate verb{};
+    verb.opcode = RECEIVE_ALLOCATE;
+    const auto ready = w.take_ready(2, b.handle);
+    ASSERT_TRUE(ready);
+    verb.conv_id = ready->attach_corr;
+    EXPECT_EQ(thief.codes(verb), (rc{STATE_CHECK, SEC_ALLOCATE_FAILED}));
+    w.time(*w.node.deadline_ms());
+    b.open();
+    EXPECT_EQ(b.codes(verb), (rc{STATE_CHECK, SEC_ALLOCATE_FAILED}));
+    EXPECT_EQ(a.codes(confirm(conv)), NOT_AVAILABLE);
+}
+
+TEST_F(Attach, announcements_are_withdrawn_unless_matched)
+{
+    program b = announce(w, "ECHO", 2);
+    cancel_announcement(b);
+    expect_withdrawn(w, b);
+    cancel_announcement(b);  // unknown by now
+
+    program c = announce(w, "ECHO", 2);
+    program a = start_tp(w);
+    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    cancel_announcement(c);
+    accept(c);
+}
+
+TEST_F(Attach, more_than_the_node_keeps_are_refused_at_once)
+{
+    program a = start_tp(w);
+    u32 kept = 0;
+    rc last;
+    while (last == rc{} && kept < 5000) {
+        last = a.codes(allocate("NOBODY"));
+        kept += last == rc{};
+    }
+    EXPECT_EQ(last, NOT_AVAILABLE);
+    EXPECT_GE(kept, 1000u);
+    program b = announce(w, "NOBODY");
+    accept(b);
+    EXPECT_EQ(a.codes(allocate("NOBODY")), rc{}) << "one place is free again";
+}
+
+}  // namespace
+}  // namespace tessaly::node::playing

@@ -1,0 +1,198 @@
+// Clients that play against the engine: they open paths, send verbs made from the structs of tessaly/appc.h and keep what they
+// get. All scenarios of this folder use them. TearDown finds answers nobody asked for, and frames nobody looked at.
+#pragma once
+
+#include "localnode/engine/engine.h"
+#include "verbs/block.h"
+#include "verbs/catalogue.h"
+#include "wire/datagrams.h"
+#include "wire/verb_message.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tessaly::node::playing {
+
+struct rc {
+    u16 primary = OK;
+    u32 secondary = 0;
+    bool operator==(const rc&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const rc& codes);
+
+using bytes = std::vector<u8>;
+
+struct got {
+    frame_kind kind;
+    client_id client;
+    u32 path;
+    bytes content;
+};
+
+// A verb as it is sent, and an answer taken apart.
+struct verb_bytes {
+    verb_message_header header;
+    bytes block;  // in node layout
+    bytes data;
+};
+
+template <typename Verb>
+struct answered {
+    Verb block{};
+    verb_message_header header{};
+    bytes data;
+
+    rc codes() const { return {block.primary_rc, block.secondary_rc}; }
+    std::string text() const { return {data.begin(), data.end()}; }
+};
+
+// EBCDIC, padded with blanks; an alias stays ASCII.
+template <std::size_t N>
+void name(u8 (&field)[N], std::string_view text);
+template <std::size_t N>
+void alias(u8 (&field)[N], std::string_view text);
+
+void put_ebcdic(u8* field, std::size_t width, std::string_view text);
+void put_ascii(u8* field, std::size_t width, std::string_view text);
+std::string ebcdic_text(const u8* field, std::size_t width);  // without the blanks behind it
+
+template <std::size_t N>
+void name(u8 (&field)[N], std::string_view text)
+{
+    put_ebcdic(field, N, text);
+}
+template <std::size_t N>
+void alias(u8 (&field)[N], std::string_view text)
+{
+    put_ascii(field, N, text);
+}
+template <std::size_t N>
+std::string text_of(const u8 (&field)[N])
+{
+    return ebcdic_text(field, N);
+}
+
+// The engine and everything it has sent that no scenario has looked at yet.
+class world : public frame_sink {
+public:
+    u8* add(client_id client, frame_kind kind, u32 path, u32 size) override;
+
+    void feed(const frame& input);
+    void time(u64 now_ms) { feed({.kind = frame_kind::time_passed, .now_ms = now_ms}); }
+    void client_gone(client_id client) { feed({.kind = frame_kind::client_gone, .client = client}); }
+
+    template <typename Datagram>
+    void datagram(client_id client, const Datagram& content)
+    {
+        feed({.kind = frame_kind::datagram, .client = client, .block = {reinterpret_cast<const u8*>(&content), sizeof content}});
+    }
+
+    std::optional<got> take(client_id client, frame_kind kind, u32 path);
+    std::optional<got> take_answer(client_id client, u32 path, u32 pend_handle);
+    std::optional<appl_ready_datagram> take_ready(client_id client, u32 tp_handle);
+
+    engine node;
+    std::vector<got> frames;
+    unsigned refuse_next = 0;  // frames for which there is no memory
+    u32 next_number = 100;     // for paths, handles and pending verbs: all different
+};
+
+// How many frames each scenario leaves is part of what it says, so none may be left over.
+class EngineTest : public testing::Test {
+protected:
+    void TearDown() override;
+    world w;
+};
+
+// One TP of a client, on its path.
+class program {
+public:
+    program(world& in, client_id of) : w(&in), client(of), path(in.next_number++), handle(in.next_number++) {}
+
+    void open() { w->feed({.kind = frame_kind::path_opened, .client = client, .path = path}); }
+    void close() { w->feed({.kind = frame_kind::path_closed, .client = client, .path = path}); }
+
+    // Sends a verb and leaves its answer, if any, to be taken by the number returned.
+    template <typename Verb>
+    u32 issue(Verb verb, std::span<const u8> data = {})
+    {
+        const verb_bytes message = compose(&verb, data);
+        send(message);
+        return message.header.pend_handle;
+    }
+
+    template <typename Verb>
+    std::optional<answered<Verb>> answer(u32 pend_handle)
+    {
+        answered<Verb> result;
+        if (!take_apart(pend_handle, &result.block, sizeof result.block, result.header, result.data))
+            return std::nullopt;
+        return result;
+    }
+
+    // Sends a verb that is answered at once.
+    template <typename Verb>
+    answered<Verb> run(const Verb& verb, std::span<const u8> data = {})
+    {
+        auto result = answer<Verb>(issue(verb, data));
+        EXPECT_TRUE(result) << "no answer to verb " << verb.opcode;
+        return result ? *result : answered<Verb>{};
+    }
+    template <typename Verb>
+    rc codes(const Verb& verb, std::span<const u8> data = {})
+    {
+        return run(verb, data).codes();
+    }
+
+    verb_bytes compose(const void* block, std::span<const u8> data);
+    void send(const verb_bytes& message);
+    bool take_apart(u32 pend_handle, void* block, std::size_t size, verb_message_header& header, bytes& data);
+
+    world* w;
+    client_id client;
+    u32 path;
+    u32 handle;
+    u32 node_corr = 0;
+    u8 tp_id[8] = {};
+    u32 conv = 0;  // the conversation that RECEIVE_ALLOCATE brought
+};
+
+program start_tp(world& w, client_id client = 1, std::string_view lu = "");
+
+// A TP that waits for a conversation; accept sends its RECEIVE_ALLOCATE once the node has found it one.
+program announce(world& w, std::string_view tp_name, client_id client = 2, std::string_view lu = "", bool cpic = false);
+std::optional<answered<appc_receive_allocate>> receive_allocate(program& waiting);
+void accept(program& waiting);
+void respond(program& waiting, u32 attach_corr, u32 reason);
+
+// Blocks of verbs on a mapped conversation.
+appc_allocate allocate(std::string_view tp_name, u8 sync_level = APPC_SYNC_CONFIRM);
+appc_send_data send_data(u32 conv, u8 type = APPC_SEND_NONE);
+appc_receive receive(u32 conv, u16 max_len = 0xFFFF, u8 rtn_status = 0, u16 opcode = RECEIVE_AND_WAIT);
+appc_prepare_to_receive prepare_to_receive(u32 conv, u8 type = APPC_P_TO_R_FLUSH, u8 locks = APPC_LOCKS_SHORT);
+appc_deallocate deallocate(u32 conv, u8 type = APPC_DEALLOC_FLUSH);
+appc_confirm confirm(u32 conv);
+appc_header plain(u16 opcode, u32 conv);  // CONFIRMED, FLUSH, REQUEST_TO_SEND, CANCEL_CONV
+appc_tp_ended tp_ended();
+u8 state_of(program& tp, u32 conv);
+
+inline std::span<const u8> as_bytes(std::string_view text)
+{
+    return {reinterpret_cast<const u8*>(text.data()), text.size()};
+}
+
+// Two TPs that converse; the first has the turn.
+struct pair {
+    program a;
+    program b;
+    u32 at_a;
+    u32 at_b;
+};
+pair converse(world& w, u8 sync_level = APPC_SYNC_CONFIRM);
+
+}  // namespace tessaly::node::playing
