@@ -285,7 +285,9 @@ bool read_file(const char* path, std::vector<char>& content)
 int main(int argc, char** argv)
 {
     if (argc > 2) {
-        std::fputs("usage: send_file [FILE]\nSends FILE (README.md) from one program to another and compares the copy.\n", stderr);
+        std::fputs("usage: send_file [FILE]\n"
+                   "Sends FILE (README.md) from one program to another and compares the copy.\n",
+                   stderr);
         return 2;
     }
     const char* path = argc == 2 ? argv[1] : "README.md";

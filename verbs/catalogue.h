@@ -105,7 +105,7 @@ inline constexpr verb_row verbs[] = {
      .send = send_rule::receive_allocate, .result = result_rule::receive_allocate},
     {.opcode = GET_TP_PROPERTIES, .name = "GET_TP_PROPERTIES", .format = {{156, 156, 0, 0}, {184, 184, 0, 0}},
      .conv_verb = false, .result = result_rule::get_tp_properties},
-    {.opcode = SEND_CONVERSATION, .name = "SEND_CONVERSATION", .format = {{192, 208, 0x9C, 0xBC}, {}}, .conv_verb = true,
+    {.opcode = SEND_CONVERSATION, .name = "SEND_CONVERSATION", .format = {{192, 208, 0x9C, 0xBC}, {}}, .conv_verb = false,
      .sent = {{0x98, 0x9C}, {0xBA, 0xBC}}, .result = result_rule::group_id},
     {.opcode = CANCEL_CONV, .name = "CANCEL_CONV", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
     {.opcode = SET_TP_PROPERTIES, .name = "SET_TP_PROPERTIES", .format = {{100, 100, 0, 0}, {}}, .conv_verb = false,

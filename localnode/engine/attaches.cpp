@@ -143,7 +143,8 @@ bool send_attach(node& n, conv_side& incoming)
 attach* take_attach(node& n, u32 attach_corr, client_id client, u32 tp_handle)
 {
     attach* const offered = n.attach_table.find(attach_corr);
-    if (offered == nullptr || offered->offered_to != client || offered->tp_handle != tp_handle || !is_linked(offered->link))
+    if (offered == nullptr || offered->offered_to != client || offered->tp_handle != tp_handle ||
+        !is_linked(offered->link))
         return nullptr;
     unlist_attach(n, *offered);
     return offered;

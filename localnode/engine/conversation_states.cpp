@@ -25,6 +25,7 @@ constexpr step no{refuse, reset};
 constexpr u32 never = 0;
 
 // The columns are the states in the order of conv_state.
+// clang-format off
 constexpr verb_steps table[VERBS] = {
     //  send                      receive                 send_pending
     //  confirm                   confirm_send            confirm_deallocate
@@ -102,6 +103,7 @@ constexpr verb_steps table[VERBS] = {
       {tell, confirm},            {tell, confirm_send},   {tell, confirm_deallocate},
       {tell, receiving},          {tell, asking}}},
 };
+// clang-format on
 
 constexpr const verb_steps& row(conv_verb verb) noexcept
 {
@@ -127,8 +129,9 @@ constexpr bool rows_stand_in_order_and_can_say_why_they_refuse()
 
 constexpr bool only_the_sender_sends()
 {
-    for (const conv_verb verb : {conv_verb::send_data, conv_verb::flush, conv_verb::confirm, conv_verb::prepare_flush,
-                                 conv_verb::prepare_confirm, conv_verb::deallocate_flush, conv_verb::deallocate_confirm})
+    for (const conv_verb verb :
+         {conv_verb::send_data, conv_verb::flush, conv_verb::confirm, conv_verb::prepare_flush,
+          conv_verb::prepare_confirm, conv_verb::deallocate_flush, conv_verb::deallocate_confirm})
         for (u8 number = static_cast<u8>(send); number < STATES; ++number) {
             const conv_state state{number};
             const bool sender = state == send || state == send_pending;

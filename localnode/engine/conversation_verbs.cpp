@@ -4,10 +4,13 @@
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/confirm.h"
 #include "localnode/engine/conversations.h"
+#include "localnode/engine/errors.h"
 #include "localnode/engine/inquiries.h"
 #include "localnode/engine/readings.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/transfer.h"
+
+#include <utility>
 
 namespace tessaly::node {
 
@@ -62,12 +65,6 @@ return_codes ending_of(action act, const conv_side& side) noexcept
     }
 }
 
-verdict lose_conversation(node& n, conv_side& side, request& verb)
-{
-    end_side(n, side, NO_MEMORY);
-    return refuse(verb, NO_MEMORY);
-}
-
 // Whatever flows from the sender: the data, if the verb has some, and what the acting verb indicates.
 verdict flow(node& n, conv_side& side, request& verb, conv_verb acting)
 {
@@ -79,13 +76,9 @@ verdict flow(node& n, conv_side& side, request& verb, conv_verb acting)
         return lose_conversation(n, side, verb);
 
     switch (to_do.act) {
-    case action::ask:
-        side.after_reply = to_do.next;
-        return keep_waiting(side, verb, waits_for::confirmation);
+    case action::ask: side.after_reply = to_do.next; return keep_waiting(side, verb, waits_for::confirmation);
     case action::finish:
-    case action::abend:
-        release(n, side);
-        return verdict::answer;
+    case action::abend: release(n, side); return verdict::answer;
     default: break;
     }
     side.state = to_do.next;
@@ -106,22 +99,42 @@ verdict abend_conversation(node& n, conv_side& side)
     return verdict::answer;
 }
 
-// The partner has ended the conversation while this side could not receive: its next verb tells.
-bool is_over(const conv_side& side, action act) noexcept
+// What the partner has done while this side could not receive, its next verb tells.
+bool tells_news(action act) noexcept
 {
-    const bool reports = act == action::pass_on || act == action::ask || act == action::finish ||
-                         act == action::turn_and_wait || act == action::reply;
-    return reports && side.ending.primary != OK;
+    switch (act) {
+    case action::pass_on:
+    case action::ask:
+    case action::finish:
+    case action::turn_and_wait:
+    case action::reply:
+    case action::error: return true;
+    case action::refuse:
+    case action::abend:
+    case action::wait:
+    case action::look:
+    case action::signal:
+    case action::tell: return false;
+    }
+    return false;
+}
+
+verdict tell_news(node& n, conv_side& side, request& verb)
+{
+    if (side.error != OK) {
+        side.state = conv_state::receive;
+        return refuse(verb, std::exchange(side.error, u16{OK}), SEC_NONE);
+    }
+    const return_codes codes = side.ending;
+    release(n, side);
+    return refuse(verb, codes);
 }
 
 verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
 {
     const step to_do = conversation_step(read.verb, column_of(side));
-    if (is_over(side, to_do.act)) {
-        const return_codes codes = side.ending;
-        release(n, side);
-        return refuse(verb, codes);
-    }
+    if (tells_news(to_do.act) && (side.error != OK || side.ending.primary != OK))
+        return tell_news(n, side, verb);
     switch (to_do.act) {
     case action::refuse: return refuse(verb, STATE_CHECK, bad_state_code(read.verb));
     case action::pass_on:
@@ -132,7 +145,7 @@ verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
     case action::wait: return receive(n, side, verb, true);
     case action::look: return receive(n, side, verb, false);
     case action::reply: return confirm_partner(n, side, to_do.next);
-    case action::error: break;
+    case action::error: return send_error(n, side, verb);
     case action::signal: return ask_for_turn(n, side);
     case action::tell: return inquire(side, verb);
     }

@@ -21,6 +21,7 @@ conv_side* new_side(node& n, conv_state state)
     side->state = side->after_reply = state;
     side->waiting = waits_for::nothing;
     side->behind = indication::none;
+    side->error = OK;
     side->ending = {};
     side->turn_wanted = 0;
     return side;
@@ -76,14 +77,9 @@ void end_by_partner(node& n, conv_side& side, return_codes codes)
     side.behind = indication::none;
     side.ending = codes;
     switch (side.waiting) {
-    case waits_for::nothing:
-        return;
-    case waits_for::data:
-        serve_receiver(n, side);
-        return;
-    case waits_for::next_arrival:
-        answer_waiter(n, side, {});
-        return;
+    case waits_for::nothing: return;
+    case waits_for::data: serve_receiver(n, side); return;
+    case waits_for::next_arrival: answer_waiter(n, side, {}); return;
     case waits_for::confirmation:
     case waits_for::room:
         answer_waiter(n, side, codes);
@@ -97,6 +93,12 @@ void end_side(node& n, conv_side& side, return_codes for_partner)
     if (conv_side* const partner = partner_of(n, side))
         end_by_partner(n, *partner, for_partner);
     release(n, side);
+}
+
+verdict lose_conversation(node& n, conv_side& side, request& verb)
+{
+    end_side(n, side, NO_MEMORY);
+    return refuse(verb, NO_MEMORY);
 }
 
 return_codes abended(const conv_side& side) noexcept

@@ -2,7 +2,7 @@
 // that end and attaches that nobody takes come here.
 #pragma once
 
-#include "localnode/engine/node.h"
+#include "localnode/engine/verdict.h"
 
 namespace tessaly::node {
 
@@ -25,6 +25,9 @@ void end_by_partner(node& n, conv_side& side, return_codes codes);
 
 // Ends the conversation on this side, and tells the partner.
 void end_side(node& n, conv_side& side, return_codes for_partner);
+
+// A verb that found no memory ends the conversation for both sides.
+verdict lose_conversation(node& n, conv_side& side, request& verb);
 
 // What the partner of an abnormal end is told.
 return_codes abended(const conv_side& side) noexcept;

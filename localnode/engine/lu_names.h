@@ -9,8 +9,8 @@
 
 namespace tessaly::node {
 
-using lu_alias = std::array<u8, LU_ALIAS_BYTES>;          // ASCII, padded with blanks
-using fq_lu_name = std::array<u8, FQ_LU_NAME_BYTES>;      // EBCDIC, padded with blanks
+using lu_alias = std::array<u8, LU_ALIAS_BYTES>;      // ASCII, padded with blanks
+using fq_lu_name = std::array<u8, FQ_LU_NAME_BYTES>;  // EBCDIC, padded with blanks
 
 inline constexpr lu_alias ANY_LU = {' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
 inline constexpr lu_alias DEFAULT_LU = {'L', 'O', 'C', 'A', 'L', ' ', ' ', ' '};

@@ -23,9 +23,9 @@ struct path_record {
     list_link link;  // in node::lost while a frame for it could not be sent
     u32 id;
     client_id client;
-    u32 number;  // the client's
-    bool failed; // reported as failed; what still comes on it is ignored
-    tp* user;    // null before the TP has started and after it has ended
+    u32 number;   // the client's
+    bool failed;  // reported as failed; what still comes on it is ignored
+    tp* user;     // null before the TP has started and after it has ended
 };
 
 // A verb that travelled here: its header as it came, and its block narrowed to the layout of tessaly/appc.h.
@@ -77,9 +77,9 @@ struct return_codes {
 struct conv_side {
     list_link link;  // in its TP's list of sides
     u32 id;
-    tp* owner;       // null on the incoming side until a RECEIVE_ALLOCATE takes it
-    u32 partner;     // number of the other side; names nothing once that is over
-    attach* arrival; // the attach that brings this side to its TP; null once it is taken, and on the allocating side
+    tp* owner;        // null on the incoming side until a RECEIVE_ALLOCATE takes it
+    u32 partner;      // number of the other side; names nothing once that is over
+    attach* arrival;  // the attach that brings this side to its TP; null once it is taken, and on the allocating side
 
     conv_state state;
     conv_state after_reply;  // the state once the waiting verb is confirmed
@@ -87,9 +87,10 @@ struct conv_side {
     waiting_verb waiter;
 
     record_queue inbound;
-    indication behind;   // what comes behind the records
-    return_codes ending; // not OK: the partner has ended the conversation, which comes behind all else
-    u8 turn_wanted;      // 1: the partner asked for the turn, and no answer has told it yet
+    indication behind;    // what comes behind the records
+    u16 error;            // not OK: the partner took the turn with SEND_ERROR, which the next verb tells
+    return_codes ending;  // not OK: the partner has ended the conversation, which comes behind all else
+    u8 turn_wanted;       // 1: the partner asked for the turn, and no answer has told it yet
 
     u8 conv_type;
     u8 sync_level;
@@ -130,8 +131,8 @@ struct announced_tp {
     client_id client;
     u32 tp_handle;
     bool registered_names;  // accepts what its client has registered
-    tp_name program;  // blank: any
-    lu_alias lu;      // blanks: any
+    tp_name program;        // blank: any
+    lu_alias lu;            // blanks: any
 };
 
 // A TP name that a client registered for CPI-C. attaches.

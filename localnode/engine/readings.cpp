@@ -23,7 +23,8 @@ reading read_send_data(const appc_send_data& block, const conv_side& side) noexc
     switch (block.type) {
     case APPC_SEND_NONE:
     case APPC_SEND_FLUSH: return {send_data, flush};
-    case APPC_SEND_CONFIRM: return {send_data, confirm, needs_sync_level(side, APPC_SEC_SEND_DATA_CONFIRM_ON_SYNC_LEVEL_NONE)};
+    case APPC_SEND_CONFIRM:
+        return {send_data, confirm, needs_sync_level(side, APPC_SEC_SEND_DATA_CONFIRM_ON_SYNC_LEVEL_NONE)};
     case APPC_SEND_P_TO_R_FLUSH: return {send_data, prepare_flush};
     case APPC_SEND_P_TO_R_SYNC_LEVEL: return {send_data, confirms(side) ? prepare_confirm : prepare_flush};
     case APPC_SEND_DEALLOC_FLUSH: return {send_data, deallocate_flush};
@@ -52,8 +53,16 @@ reading read_deallocate(const appc_deallocate& block, const conv_side& side) noe
     case APPC_DEALLOC_FLUSH: return {deallocate_flush};
     case APPC_DEALLOC_CONFIRM: return {deallocate_confirm, flush, needs_sync_level(side, APPC_SEC_DEALLOC_BAD_TYPE)};
     case APPC_DEALLOC_TYPE_ABEND: return {deallocate_abend};
-    default: return {deallocate_abend, flush, APPC_SEC_DEALLOC_BAD_TYPE};  // the other abends are for basic conversations
+    default:
+        return {deallocate_abend, flush, APPC_SEC_DEALLOC_BAD_TYPE};  // the other abends are for basic conversations
     }
+}
+
+reading read_send_error(const appc_send_error& block) noexcept
+{
+    // Service errors are for basic conversations.
+    const bool sound = block.err_type == APPC_PROG_ERROR && block.err_dir <= APPC_ERROR_SEND_DIRECTION;
+    return {send_error, flush, sound ? 0u : APPC_SEC_SEND_ERROR_BAD_TYPE};
 }
 
 }  // namespace
@@ -67,6 +76,7 @@ std::optional<reading> read_block(const request& verb, const conv_side& side) no
     case CONFIRMED: return reading{confirmed};
     case PREPARE_TO_RECEIVE: return read_prepare(block_as<appc_prepare_to_receive>(verb.block), side);
     case DEALLOCATE: return read_deallocate(block_as<appc_deallocate>(verb.block), side);
+    case SEND_ERROR: return read_send_error(block_as<appc_send_error>(verb.block));
     case RECEIVE_AND_WAIT: return reading{receive_and_wait};
     case RECEIVE_AND_POST: return reading{receive_and_post};
     case RECEIVE_IMMEDIATE: return reading{receive_immediate};

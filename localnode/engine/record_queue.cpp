@@ -1,4 +1,4 @@
-// The queue of records. Each lies in the buffer behind its length; taking a part of the first one moves the length along.
+// Each item lies in the buffer behind a prefix, its kind and length. Taking a part of the first item moves the prefix along.
 #include "localnode/engine/record_queue.h"
 
 #include <algorithm>
@@ -9,7 +9,9 @@ namespace tessaly::node {
 
 namespace {
 
-constexpr u32 LENGTH_BYTES = sizeof(u32);
+constexpr u32 PREFIX_BYTES = sizeof(u32);
+constexpr u32 KIND_SHIFT = 24;
+constexpr u32 LENGTH_MASK = (1u << KIND_SHIFT) - 1;
 constexpr u32 FIRST_CAPACITY = 1024;
 constexpr u32 KEPT_CAPACITY = 128 * 1024;
 
@@ -20,35 +22,47 @@ record_queue::~record_queue()
     std::free(buffer_);
 }
 
-bool record_queue::push(std::span<const u8> record) noexcept
+bool record_queue::push(kind what, std::span<const u8> content) noexcept
 {
-    const u32 length = static_cast<u32>(record.size());
-    if (!make_room(LENGTH_BYTES + length))
+    const u32 length = static_cast<u32>(content.size());
+    if (!make_room(PREFIX_BYTES + length))
         return false;
-    std::memcpy(buffer_ + tail_, &length, LENGTH_BYTES);
+    const u32 its_prefix = static_cast<u32>(what) << KIND_SHIFT | length;
+    std::memcpy(buffer_ + tail_, &its_prefix, PREFIX_BYTES);
     if (length != 0)
-        std::memcpy(buffer_ + tail_ + LENGTH_BYTES, record.data(), length);
-    tail_ += LENGTH_BYTES + length;
+        std::memcpy(buffer_ + tail_ + PREFIX_BYTES, content.data(), length);
+    tail_ += PREFIX_BYTES + length;
     return true;
 }
 
-std::span<const u8> record_queue::front() const noexcept
+record_queue::item record_queue::front() const noexcept
 {
-    u32 length;
-    std::memcpy(&length, buffer_ + head_, LENGTH_BYTES);
-    return {buffer_ + head_ + LENGTH_BYTES, length};
+    const u32 first = prefix();
+    return {static_cast<kind>(first >> KIND_SHIFT), {buffer_ + head_ + PREFIX_BYTES, first & LENGTH_MASK}};
+}
+
+bool record_queue::holds_only_one() const noexcept
+{
+    return bytes() == PREFIX_BYTES + (prefix() & LENGTH_MASK);
 }
 
 void record_queue::consume(u32 bytes) noexcept
 {
-    const u32 left = static_cast<u32>(front().size()) - bytes;
+    const u32 rest = prefix() - bytes;
     head_ += bytes;
-    if (left != 0)
-        std::memcpy(buffer_ + head_, &left, LENGTH_BYTES);
+    if ((rest & LENGTH_MASK) != 0)
+        std::memcpy(buffer_ + head_, &rest, PREFIX_BYTES);
     else
-        head_ += LENGTH_BYTES;
+        head_ += PREFIX_BYTES;
     if (empty())
         head_ = tail_ = 0;
+}
+
+u32 record_queue::prefix() const noexcept
+{
+    u32 first;
+    std::memcpy(&first, buffer_ + head_, PREFIX_BYTES);
+    return first;
 }
 
 void record_queue::clear() noexcept

@@ -13,6 +13,8 @@ namespace tessaly::node {
 namespace {
 
 constexpr u32 HEADER_BYTES = sizeof(verb_message_header);
+constexpr u32 FORGET_BYTES = find_verb(IMPLIED_FORGET)->format[0].length;
+constexpr u32 FORGET_TYPE_AT = 24;
 
 void lose(node& n, path_record& path) noexcept
 {
@@ -20,18 +22,16 @@ void lose(node& n, path_record& path) noexcept
         n.lost.append(path);
 }
 
-void send_datagram(node& n, client_id client, const appl_ready_datagram& datagram)
+// Whether the library keeps the DEALLOCATE for an implied forget: byte 32 tells that the program wants one.
+bool expects_forget(const verb_ref& verb) noexcept
 {
-    if (u8* const frame = n.output->add(client, frame_kind::datagram, 0, sizeof datagram))
-        std::memcpy(frame, &datagram, sizeof datagram);
+    const block_header& header = header_of(verb.block);
+    return header.opcode == DEALLOCATE && header.format == 1 && header.primary_rc == OK &&
+           block_as<appc_deallocate>(verb.block).forget_callback != 0;
 }
 
-}  // namespace
-
-void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data)
+void send_verb(node& n, path_record& path, verb_ref verb, std::span<const u8> data)
 {
-    if (path.failed)
-        return;
     const u32 buf_len = HEADER_BYTES + verb.layout.node_length;
     const u32 msg_len = buf_len + static_cast<u32>(data.size());
     u8* const frame = n.output->add(path.client, frame_kind::message, path.number, msg_len);
@@ -55,6 +55,30 @@ void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data)
         std::memcpy(frame + buf_len, data.data(), data.size());
 }
 
+void send_datagram(node& n, client_id client, const appl_ready_datagram& datagram)
+{
+    if (u8* const frame = n.output->add(client, frame_kind::datagram, 0, sizeof datagram))
+        std::memcpy(frame, &datagram, sizeof datagram);
+}
+
+}  // namespace
+
+void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data)
+{
+    if (path.failed)
+        return;
+    send_verb(n, path, verb, data);
+    if (!expects_forget(verb))
+        return;
+    // Each conversation has a session of its own, which is unbound with it.
+    alignas(block_header) u8 block[FORGET_BYTES] = {};
+    std::memcpy(block, verb.block, sizeof(block_header));
+    header_of(block).opcode = IMPLIED_FORGET;
+    header_of(block).format = 0;
+    block[FORGET_TYPE_AT] = APPC_FORGET_UNBIND;
+    send_verb(n, path, {verb.header, find_verb(IMPLIED_FORGET)->format[0], block}, {});
+}
+
 void answer_waiter(node& n, conv_side& side, return_codes codes)
 {
     set_codes(side.waiter.block, codes.primary, codes.secondary);
@@ -73,6 +97,10 @@ void put_status(conv_side& side, u8* block) noexcept
     case CONFIRM:
         block_as<appc_confirm>(block).rts_rcvd = take_turn_wanted(side);
         block_as<appc_confirm>(block).expd_rcvd = 0;
+        break;
+    case SEND_ERROR:
+        block_as<appc_send_error>(block).rts_rcvd = take_turn_wanted(side);
+        block_as<appc_send_error>(block).expd_rcvd = 0;
         break;
     default: break;
     }

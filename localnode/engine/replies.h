@@ -12,7 +12,7 @@ void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data 
 // Answers the verb that waits on a side, which then waits no more.
 void answer_waiter(node& n, conv_side& side, return_codes codes);
 
-// Fills the status bytes of the verbs of the sender, SEND_DATA and CONFIRM.
+// Fills the status bytes of SEND_DATA, CONFIRM and SEND_ERROR.
 void put_status(conv_side& side, u8* block) noexcept;
 
 // Tells the client that a path has failed. The caller has ended its TP.

@@ -59,6 +59,17 @@ u32 hand_over(node& n, conv_side& side, verb_ref verb, std::span<const u8> recor
     return bytes;
 }
 
+// The same with the first item of the queue, which may be an error.
+u32 hand_over_first(node& n, conv_side& side, verb_ref verb)
+{
+    const record_queue::item first = side.inbound.front();
+    if (first.what == record_queue::kind::record)
+        return hand_over(n, side, verb, first.content, side.inbound.holds_only_one());
+    set_codes(verb.block, load<u16>(first.content.data(), 0), SEC_NONE);
+    answer(n, *side.owner->path, verb);
+    return static_cast<u32>(first.content.size());
+}
+
 // The sender that waits for room gets it when the queue is half empty, so that it does not wait again for every record.
 void let_sender_go_on(node& n, const conv_side& side)
 {
@@ -78,9 +89,7 @@ bool receive_first(node& n, conv_side& side, verb_ref verb)
     block.expd_rcvd = 0;
 
     if (!side.inbound.empty()) {
-        const std::span<const u8> record = side.inbound.front();
-        const bool is_last = record.size() + sizeof(u32) == side.inbound.bytes();
-        side.inbound.consume(hand_over(n, side, verb, record, is_last));
+        side.inbound.consume(hand_over_first(n, side, verb));
         let_sender_go_on(n, side);
     } else if (side.behind != indication::none) {
         block.what_rcvd = take_indication(side, false);
@@ -106,18 +115,31 @@ bool pass_on(node& n, conv_side& to, const std::span<const u8>* record, indicati
 
     // A receive verb waits only while the queue is empty, so it gets this record, straight into its answer.
     const bool receiver_waits = to.waiting == waits_for::data;
-    if (record != nullptr && !receiver_waits && !to.inbound.push(*record))
+    if (record != nullptr && !receiver_waits && !to.inbound.push(record_queue::kind::record, *record))
         return false;
     to.behind = behind;
     if (record != nullptr && receiver_waits) {
         to.waiting = waits_for::nothing;
         const std::span<const u8> rest = record->subspan(hand_over(n, to, to.waiter, *record, true));
-        if (!rest.empty() && !to.inbound.push(rest))
+        if (!rest.empty() && !to.inbound.push(record_queue::kind::record, rest))
             return false;
     }
     if (ending.primary != OK)
         end_by_partner(n, to, ending);
     else if (to.waiting == waits_for::data)
+        serve_receiver(n, to);
+    return true;
+}
+
+bool pass_error_on(node& n, conv_side& to, u16 code)
+{
+    u8 content[sizeof code];
+    store(content, 0, code);
+    if (to.waiting == waits_for::next_arrival)
+        answer_waiter(n, to, {});
+    if (!to.inbound.push(record_queue::kind::error, content))
+        return false;
+    if (to.waiting == waits_for::data)
         serve_receiver(n, to);
     return true;
 }

@@ -9,6 +9,9 @@ namespace tessaly::node {
 // False when there is no memory to keep the record, which ends the conversation.
 bool pass_on(node& n, conv_side& to, const std::span<const u8>* record, indication behind, return_codes ending);
 
+// The same with an error, which the side receives in its place among the records.
+bool pass_error_on(node& n, conv_side& to, u16 code);
+
 // Whether the side that receives has so much waiting that the sender must wait.
 bool is_full(const conv_side& to) noexcept;
 

@@ -34,8 +34,7 @@ block_format travelling_layout(const verb_row& row, u8 format) noexcept
 
 bool read_header(const frame& input, verb_message_header& header) noexcept
 {
-    if (input.block.size() < HEADER_BYTES ||
-        input.block.size() > VAV_MAX_SIZE || input.data.size() > 2 * 0xFFFF)
+    if (input.block.size() < HEADER_BYTES || input.block.size() > VAV_MAX_SIZE || input.data.size() > 2 * 0xFFFF)
         return false;
     std::memcpy(&header, input.block.data(), sizeof header);
     return header.buf_len == input.block.size() && header.msg_len == input.block.size() + input.data.size() &&

@@ -6,8 +6,8 @@
 namespace tessaly::node {
 
 enum class verdict : u8 {
-    answer,    // the block holds the results; the answer is still to be sent
-    waits,     // kept until something happens
+    answer,  // the block holds the results; the answer is still to be sent
+    waits,   // kept until something happens
     answered,
 };
 

@@ -1,5 +1,5 @@
-// Who delivers. A caller that sleeps in vpm_sleep does, for itself and for the others. While none sleeps the runtime thread does;
-// it is started the first time that it is needed.
+// Who delivers. A caller that sleeps in vpm_sleep does, for itself and for the others. While none sleeps the runtime thread
+// does; it is started the first time that it is needed.
 #pragma once
 
 #include "localnode/runtime/wait.h"

@@ -13,7 +13,7 @@ class handle_space {
 public:
     constexpr handle_space() noexcept = default;
 
-    // 0 when the space is full or memory is short. The pointer may be null, but then the handle is not told from an unknown one.
+    // 0 when the space is full or memory is short. The handle of a null pointer cannot be told from an unknown one.
     u32 create(void* pointer) noexcept;
     void release(u32 handle) noexcept;
 

@@ -55,8 +55,8 @@ void nesting_lock::contender_arrived() noexcept
     pthread_mutex_unlock(&gate_);
 }
 
-// A mutex that is unlocked and locked again at once nearly always stays with the same thread, and a program whose callbacks keep
-// issuing verbs would never let the others in. So the lock stays free until one of them has had it, or has had its chance.
+// A mutex that is unlocked and locked again at once nearly always stays with the same thread, and a program whose callbacks
+// keep issuing verbs would never let the others in. So the lock stays free until one of them has had it, or its chance.
 void nesting_lock::step_aside() noexcept
 {
     constexpr int PATIENCE = 64;

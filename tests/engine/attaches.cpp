@@ -17,8 +17,9 @@ void expect_withdrawn(world& w, const program& waiting)
 
 void cancel_announcement(program& waiting)
 {
-    waiting.w->datagram(waiting.client, cancel_announce_datagram{{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE},
-                                                                 waiting.handle});
+    waiting.w->datagram(
+        waiting.client,
+        cancel_announce_datagram{{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE}, waiting.handle});
 }
 
 void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
@@ -50,6 +51,7 @@ struct announcement {
     bool matches;  // an ALLOCATE of ECHO at SERVER
 };
 
+// clang-format off
 const announcement announcements[] = {
     {"the name itself", "ECHO", "", false, true},
     {"no name is any", "", "", false, true},
@@ -59,6 +61,7 @@ const announcement announcements[] = {
     {"any name, another LU", "", "OTHER", false, false},
     {"CPI-C without registered names", "", "", true, true},
 };
+// clang-format on
 
 TEST_F(Attach, goes_to_a_tp_that_waits_for_its_name_and_lu)
 {

@@ -16,24 +16,39 @@ struct question {
     u8 partner_then;
 };
 
+u32 send_and(program& tp, u32 conv, u8 type)
+{
+    return tp.issue(send_data(conv, type), as_bytes("data"));
+}
+
+// clang-format off
 const question questions[] = {
-    {"CONFIRM", [](program& tp, u32 conv) { return tp.issue(confirm(conv)); },
+    {"CONFIRM",
+     [](program& tp, u32 conv) { return tp.issue(confirm(conv)); },
      APPC_WR_CONFIRM, APPC_STATE_SEND, APPC_STATE_RECEIVE},
-    {"PREPARE_TO_RECEIVE, confirm", [](program& tp, u32 conv) { return tp.issue(prepare_to_receive(conv, APPC_P_TO_R_CONFIRM)); },
+    {"PREPARE_TO_RECEIVE, confirm",
+     [](program& tp, u32 conv) { return tp.issue(prepare_to_receive(conv, APPC_P_TO_R_CONFIRM)); },
      APPC_WR_CONFIRM_SEND, APPC_STATE_RECEIVE, APPC_STATE_SEND},
-    {"PREPARE_TO_RECEIVE, sync level", [](program& tp, u32 conv) { return tp.issue(prepare_to_receive(conv, APPC_P_TO_R_SYNC_LEVEL)); },
+    {"PREPARE_TO_RECEIVE, sync level",
+     [](program& tp, u32 conv) { return tp.issue(prepare_to_receive(conv, APPC_P_TO_R_SYNC_LEVEL)); },
      APPC_WR_CONFIRM_SEND, APPC_STATE_RECEIVE, APPC_STATE_SEND},
-    {"DEALLOCATE, confirm", [](program& tp, u32 conv) { return tp.issue(deallocate(conv, APPC_DEALLOC_CONFIRM)); },
+    {"DEALLOCATE, confirm",
+     [](program& tp, u32 conv) { return tp.issue(deallocate(conv, APPC_DEALLOC_CONFIRM)); },
      APPC_WR_CONFIRM_DEALLOCATE, GONE, GONE},
-    {"DEALLOCATE, sync level", [](program& tp, u32 conv) { return tp.issue(deallocate(conv, APPC_DEALLOC_SYNC_LEVEL)); },
+    {"DEALLOCATE, sync level",
+     [](program& tp, u32 conv) { return tp.issue(deallocate(conv, APPC_DEALLOC_SYNC_LEVEL)); },
      APPC_WR_CONFIRM_DEALLOCATE, GONE, GONE},
-    {"SEND_DATA and confirm", [](program& tp, u32 conv) { return tp.issue(send_data(conv, APPC_SEND_CONFIRM), as_bytes("data")); },
+    {"SEND_DATA and confirm",
+     [](program& tp, u32 conv) { return send_and(tp, conv, APPC_SEND_CONFIRM); },
      APPC_WR_CONFIRM, APPC_STATE_SEND, APPC_STATE_RECEIVE},
-    {"SEND_DATA and turn", [](program& tp, u32 conv) { return tp.issue(send_data(conv, APPC_SEND_P_TO_R_SYNC_LEVEL), as_bytes("data")); },
+    {"SEND_DATA and turn",
+     [](program& tp, u32 conv) { return send_and(tp, conv, APPC_SEND_P_TO_R_SYNC_LEVEL); },
      APPC_WR_CONFIRM_SEND, APPC_STATE_RECEIVE, APPC_STATE_SEND},
-    {"SEND_DATA and end", [](program& tp, u32 conv) { return tp.issue(send_data(conv, APPC_SEND_DEALLOC_SYNC_LEVEL), as_bytes("data")); },
+    {"SEND_DATA and end",
+     [](program& tp, u32 conv) { return send_and(tp, conv, APPC_SEND_DEALLOC_SYNC_LEVEL); },
      APPC_WR_CONFIRM_DEALLOCATE, GONE, GONE},
 };
+// clang-format on
 
 void expect_state(program& tp, u32 conv, u8 state)
 {
@@ -119,7 +134,8 @@ TEST_F(Confirmation, needs_a_sync_level)
     EXPECT_EQ(a.codes(confirm(at_a)), (rc{PARAMETER_CHECK, APPC_SEC_CONFIRM_ON_SYNC_LEVEL_NONE}));
     EXPECT_EQ(a.codes(send_data(at_a, APPC_SEND_CONFIRM)),
               (rc{PARAMETER_CHECK, APPC_SEC_SEND_DATA_CONFIRM_ON_SYNC_LEVEL_NONE}));
-    EXPECT_EQ(a.codes(prepare_to_receive(at_a, APPC_P_TO_R_CONFIRM)), (rc{PARAMETER_CHECK, APPC_SEC_P_TO_R_INVALID_TYPE}));
+    EXPECT_EQ(a.codes(prepare_to_receive(at_a, APPC_P_TO_R_CONFIRM)),
+              (rc{PARAMETER_CHECK, APPC_SEC_P_TO_R_INVALID_TYPE}));
     EXPECT_EQ(a.codes(deallocate(at_a, APPC_DEALLOC_CONFIRM)), (rc{PARAMETER_CHECK, APPC_SEC_DEALLOC_BAD_TYPE}));
     EXPECT_EQ(a.codes(deallocate(at_a, APPC_DEALLOC_SYNC_LEVEL)), rc{}) << "without sync level this asks nothing";
     EXPECT_EQ(b.codes(receive(at_b)), (rc{DEALLOC_NORMAL, 0}));

@@ -12,6 +12,7 @@ struct abrupt {
     rc partner_learns;
 };
 
+// clang-format off
 const abrupt abrupt_ends[] = {
     {"DEALLOCATE, abend",
      [](world&, program& tp, u32 conv) { EXPECT_EQ(tp.codes(deallocate(conv, APPC_DEALLOC_TYPE_ABEND)), rc{}); },
@@ -28,6 +29,7 @@ const abrupt abrupt_ends[] = {
          EXPECT_TRUE(w.take(tp.client, frame_kind::path_failed, tp.path));
      }, {CONV_FAILURE_NO_RETRY, 0}},
 };
+// clang-format on
 
 TEST_F(Ending, by_the_sender_reaches_the_receiver_behind_the_data)
 {
@@ -85,6 +87,30 @@ TEST_F(Ending, by_abend_cancels_the_receive_that_waits_beside_it)
     EXPECT_EQ(b.codes(deallocate(at_b, APPC_DEALLOC_TYPE_ABEND)), rc{});
     EXPECT_EQ(b.answer<appc_receive>(waiting)->codes(), (rc{CANCELLED, 0}));
     EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{DEALLOC_ABEND, 0}));
+}
+
+TEST_F(Ending, of_a_format_1_deallocate_is_followed_by_the_implied_forget_that_it_asked_for)
+{
+    for (const bool wanted : {false, true}) {
+        auto [a, b, at_a, at_b] = converse(w);
+        appc_deallocate verb = deallocate(at_a, APPC_DEALLOC_CONFIRM);
+        verb.format = 1;
+        verb.forget_callback = wanted;  // a flag as it travels
+        const u32 number = a.issue(verb);
+        EXPECT_EQ(b.run(receive(at_b)).block.what_rcvd, APPC_WR_CONFIRM_DEALLOCATE);
+        EXPECT_TRUE(w.frames.empty());
+        EXPECT_EQ(b.codes(plain(CONFIRMED, at_b)), rc{});
+        const auto answer = a.answer<appc_deallocate>(number);
+        ASSERT_TRUE(answer);
+        EXPECT_EQ(answer->block.opcode, DEALLOCATE);
+        const auto forget = a.answer<appc_get_type>(number);
+        ASSERT_EQ(forget.has_value(), wanted);
+        if (wanted) {
+            EXPECT_EQ(forget->block.opcode, IMPLIED_FORGET);
+            EXPECT_EQ(forget->block.conv_id, at_a);
+            EXPECT_EQ(forget->block.conv_type, APPC_FORGET_UNBIND);
+        }
+    }
 }
 
 TEST_F(Ending, of_what_does_not_exist_is_refused)

@@ -128,8 +128,8 @@ std::optional<appl_ready_datagram> world::take_ready(client_id client, u32 tp_ha
 void EngineTest::TearDown()
 {
     for (const got& left : w.frames)
-        ADD_FAILURE() << "client " << left.client << " got a frame of kind " << static_cast<int>(left.kind) << " on path "
-                      << left.path << " that the scenario does not know";
+        ADD_FAILURE() << "client " << left.client << " got a frame of kind " << static_cast<int>(left.kind)
+                      << " on path " << left.path << " that the scenario does not know";
 }
 
 verb_bytes program::compose(const void* block, std::span<const u8> data)
@@ -241,9 +241,10 @@ void accept(program& waiting)
 
 void respond(program& waiting, u32 attach_corr, u32 reason)
 {
-    waiting.w->datagram(waiting.client,
-                        attach_response_datagram{{sizeof(attach_response_datagram), DATAGRAM_ATTACH_RESPONSE},
-                                                 reason, attach_corr, NODE_ADDRESS});
+    waiting.w->datagram(
+        waiting.client,
+        attach_response_datagram{
+            {sizeof(attach_response_datagram), DATAGRAM_ATTACH_RESPONSE}, reason, attach_corr, NODE_ADDRESS});
 }
 
 appc_allocate allocate(std::string_view tp_name, u8 sync_level)
@@ -290,6 +291,13 @@ appc_deallocate deallocate(u32 conv, u8 type)
 appc_confirm confirm(u32 conv)
 {
     return conversation_verb<appc_confirm>(CONFIRM, conv);
+}
+
+appc_send_error send_error(u32 conv, u8 direction)
+{
+    auto verb = conversation_verb<appc_send_error>(SEND_ERROR, conv);
+    verb.err_dir = direction;
+    return verb;
 }
 
 appc_header plain(u16 opcode, u32 conv)

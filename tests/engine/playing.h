@@ -89,7 +89,9 @@ public:
     template <typename Datagram>
     void datagram(client_id client, const Datagram& content)
     {
-        feed({.kind = frame_kind::datagram, .client = client, .block = {reinterpret_cast<const u8*>(&content), sizeof content}});
+        feed({.kind = frame_kind::datagram,
+              .client = client,
+              .block = {reinterpret_cast<const u8*>(&content), sizeof content}});
     }
 
     std::optional<got> take(client_id client, frame_kind kind, u32 path);
@@ -177,6 +179,7 @@ appc_receive receive(u32 conv, u16 max_len = 0xFFFF, u8 rtn_status = 0, u16 opco
 appc_prepare_to_receive prepare_to_receive(u32 conv, u8 type = APPC_P_TO_R_FLUSH, u8 locks = APPC_LOCKS_SHORT);
 appc_deallocate deallocate(u32 conv, u8 type = APPC_DEALLOC_FLUSH);
 appc_confirm confirm(u32 conv);
+appc_send_error send_error(u32 conv, u8 direction = APPC_ERROR_RECEIVE_DIRECTION);
 appc_header plain(u16 opcode, u32 conv);  // CONFIRMED, FLUSH, REQUEST_TO_SEND, CANCEL_CONV
 appc_tp_ended tp_ended();
 u8 state_of(program& tp, u32 conv);

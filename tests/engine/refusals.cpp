@@ -71,6 +71,7 @@ struct situation {
     place (*reach)(world& w);
 };
 
+// clang-format off
 const situation situations[] = {
     {"send", 'S', in_send},
     {"receive", 'R', in_receive},
@@ -81,6 +82,7 @@ const situation situations[] = {
     {"a receive waits", 'W', receiving},
     {"a question waits", 'Q', asking},
 };
+// clang-format on
 
 struct verb_in_states {
     const char* name;
@@ -89,6 +91,7 @@ struct verb_in_states {
     u32 refused_with;
 };
 
+// clang-format off
 const verb_in_states verbs_in_states[] = {
     {"SEND_DATA", [](program& tp, u32 conv) { return tp.issue(send_data(conv), as_bytes("x")); },
      "SP", APPC_SEC_SEND_DATA_NOT_SEND_STATE},
@@ -108,9 +111,11 @@ const verb_in_states verbs_in_states[] = {
      "SRP", APPC_SEC_RCV_AND_POST_BAD_STATE},
     {"RECEIVE_IMMEDIATE", [](program& tp, u32 conv) { return tp.issue(receive(conv, 10, 0, RECEIVE_IMMEDIATE)); },
      "R", APPC_SEC_RCV_IMMD_BAD_STATE},
+    {"SEND_ERROR", [](program& tp, u32 conv) { return tp.issue(send_error(conv)); }, "SRPCTDW", APPC_SEC_SEND_ERROR_BAD_STATE},
     {"REQUEST_TO_SEND", [](program& tp, u32 conv) { return tp.issue(plain(REQUEST_TO_SEND, conv)); },
      "RCTDW", APPC_SEC_R_T_S_BAD_STATE},
 };
+// clang-format on
 
 TEST_F(Refusal, of_a_verb_in_the_wrong_state_says_which_verb)
 {
@@ -138,7 +143,12 @@ TEST_F(Refusal, of_wrong_fields_of_allocate_says_which)
         std::function<void(appc_allocate&)> spoil;
         rc codes;
     } const cases[] = {
-        {"basic", [](auto& verb) { verb.conv_type = APPC_BASIC; verb.opext = 0; }, {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
+        {"basic",
+         [](auto& verb) {
+             verb.conv_type = APPC_BASIC;
+             verb.opext = 0;
+         },
+         {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
         {"basic verb", [](auto& verb) { verb.opext = 0; }, {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
         {"sync level", [](auto& verb) { verb.sync_level = 2; }, {PARAMETER_CHECK, APPC_SEC_BAD_SYNC_LEVEL}},
         {"return control", [](auto& verb) { verb.rtn_ctl = 3; }, {PARAMETER_CHECK, APPC_SEC_BAD_RETURN_CONTROL}},
@@ -165,15 +175,17 @@ TEST_F(Refusal, of_wrong_fields_of_conversation_verbs_says_which)
     EXPECT_EQ(tp.codes(basic, as_bytes("x")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}));
     EXPECT_EQ(tp.codes(send_data(conv, 8)), (rc{PARAMETER_CHECK, APPC_SEC_SEND_DATA_INVALID_TYPE}));
     EXPECT_EQ(tp.codes(prepare_to_receive(conv, 3)), (rc{PARAMETER_CHECK, APPC_SEC_P_TO_R_INVALID_TYPE}));
-    EXPECT_EQ(tp.codes(deallocate(conv, APPC_DEALLOC_TYPE_ABEND_SVC)), (rc{PARAMETER_CHECK, APPC_SEC_DEALLOC_BAD_TYPE}));
+    EXPECT_EQ(tp.codes(deallocate(conv, APPC_DEALLOC_TYPE_ABEND_SVC)),
+              (rc{PARAMETER_CHECK, APPC_SEC_DEALLOC_BAD_TYPE}));
+    EXPECT_EQ(tp.codes(send_error(conv, 2)), (rc{PARAMETER_CHECK, APPC_SEC_SEND_ERROR_BAD_TYPE}));
     appc_send_data no_buffer = send_data(conv);
     no_buffer.dlen = 5;
     EXPECT_EQ(tp.codes(no_buffer), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
-    appc_send_error error{};
-    error.opcode = SEND_ERROR;
-    error.opext = APPC_MAPPED_CONVERSATION;
-    error.conv_id = conv;
-    EXPECT_EQ(tp.codes(error), (rc{FUNCTION_NOT_SUPPORTED, 0}));
+    appc_test_rts_and_post post{};
+    post.opcode = TEST_RTS_AND_POST;
+    post.opext = APPC_MAPPED_CONVERSATION;
+    post.conv_id = conv;
+    EXPECT_EQ(tp.codes(post), (rc{FUNCTION_NOT_SUPPORTED, 0}));
     EXPECT_EQ(state_of(tp, conv), APPC_STATE_SEND) << "none of them changed anything";
     tp.tp_id[0] ^= 1;
     EXPECT_EQ(tp.codes(plain(FLUSH, conv)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
@@ -184,10 +196,15 @@ struct malformation {
     void (*spoil)(verb_bytes& message);
 };
 
+// clang-format off
 const malformation malformations[] = {
     {"block cut", [](verb_bytes& m) { m.block.pop_back(); m.header.buf_len--; m.header.msg_len--; }},
     {"no block", [](verb_bytes& m) { m.block.clear(); m.header.buf_len = 112; m.header.msg_len = 115; }},
-    {"block longer than any message", [](verb_bytes& m) { m.block.resize(239); m.header.buf_len = 351; m.header.msg_len = 354; }},
+    {"block longer than any message", [](verb_bytes& m) {
+         m.block.resize(239);
+         m.header.buf_len = 351;
+         m.header.msg_len = 354;
+     }},
     {"buf_len too small", [](verb_bytes& m) { m.header.buf_len--; }},
     {"buf_len beyond the block", [](verb_bytes& m) { m.header.buf_len += 3; }},
     {"msg_len too large", [](verb_bytes& m) { m.header.msg_len++; }},
@@ -209,6 +226,7 @@ const malformation malformations[] = {
          m.header.buf_len = m.header.msg_len = 224;
      }},
 };
+// clang-format on
 
 TEST_F(Refusal, of_a_malformed_message_fails_its_path_and_no_other)
 {

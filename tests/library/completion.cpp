@@ -45,6 +45,7 @@ struct argument_case {
 
 TEST_F(completing, tells_the_routine_which_conversation_and_which_tp)
 {
+    // clang-format off
     const argument_case cases[] = {
         {ALLOCATE, 0, CONV_7}, {ALLOCATE, 1, CONV_7}, {CONFIRM, 0, CONV_8}, {CONFIRM, 1, CONV_8}, {CONFIRMED, 0, CONV_8},
         {DEALLOCATE, 0, CONV_8}, {DEALLOCATE, 1, CONV_8}, {FLUSH, 0, CONV_8}, {GET_ATTRIBUTES, 1, CONV_8},
@@ -52,6 +53,7 @@ TEST_F(completing, tells_the_routine_which_conversation_and_which_tp)
         {TEST_RTS_AND_POST, 1, CONV_8}, {RECEIVE_EXPEDITED_DATA, 0, CONV_8}, {GET_TP_PROPERTIES, 0, 0},
         {SET_TP_PROPERTIES, 0, 0}, {GET_LU_STATUS, 0, 0}, {SEND_CONVERSATION, 0, 0}, {TP_ENDED, 0, 0},
     };
+    // clang-format on
     const tp running = start_tp();
     for (const argument_case& row : cases) {
         SCOPED_TRACE(::testing::Message() << "opcode 0x" << std::hex << row.opcode << " format " << u32{row.format});
@@ -110,7 +112,8 @@ TEST_F(completing, post_verbs_call_the_routine_of_their_block)
             store(v.block(), opcode == RECEIVE_AND_POST ? 0x28 : 0x1C, post);
             u32 in_callback_refusals = 0;
             v.on_call = [&] {
-                in_callback_refusals += run(make_on(running, CONFIRM, CONV_7)).codes() == rc(STATE_CHECK, SEC_IN_CALLBACK);
+                in_callback_refusals +=
+                    run(make_on(running, CONFIRM, CONV_7)).codes() == rc(STATE_CHECK, SEC_IN_CALLBACK);
             };
             node.answers_once(opcode);
             node.answers_once(CONFIRM);
@@ -121,7 +124,8 @@ TEST_F(completing, post_verbs_call_the_routine_of_their_block)
             EXPECT_EQ(v.calls[0].by, callback::post);
             EXPECT_EQ(v.calls[0].conv_id, CONV_7);
             EXPECT_EQ(v.calls[0].tp_id, running.id);
-            EXPECT_EQ(in_callback_refusals, opcode == RECEIVE_AND_POST ? 0u : 1u) << "only RECEIVE_AND_POST routines may wait";
+            EXPECT_EQ(in_callback_refusals, opcode == RECEIVE_AND_POST ? 0u : 1u)
+                << "only RECEIVE_AND_POST routines may wait";
         }
     }
 }
@@ -151,6 +155,25 @@ TEST_F(completing, routines_issue_asynchronous_verbs_only)
     EXPECT_EQ(accepted.calls.size(), 1u);
     node.answers_once(CONFIRM);
     EXPECT_EQ(run(make_on(running, CONFIRM, CONV_7)).codes(), rc(OK)) << "outside, a synchronous verb runs again";
+}
+
+TEST_F(completing, the_routine_of_a_failed_start_finds_its_tp_gone)
+{
+    for (const u16 opcode : {TP_STARTED, RECEIVE_ALLOCATE}) {
+        node.answers(opcode, {.primary = STATE_CHECK});
+        verb& v = opcode == TP_STARTED ? tp_started() : make(opcode, 1);
+        if (opcode == RECEIVE_ALLOCATE)
+            v.as<appc_receive_allocate>().attach_id[0] = 1;
+        v.on_call = [&] {
+            const tp of_the_call{v.calls[0].tp_id, 0, 0};
+            verb& inside = issue(make_on(of_the_call, CONFIRM, CONV_7));
+            EXPECT_EQ(inside.codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << opcode;
+        };
+        issue(v);
+        node.deliver();
+        EXPECT_EQ(v.calls.size(), 1u);
+        EXPECT_EQ(node.held().handles, 0u);
+    }
 }
 
 TEST_F(completing, what_has_arrived_is_delivered_before_a_synchronous_verb_is_looked_at)
@@ -184,7 +207,8 @@ TEST_F(completing, received_data_goes_straight_to_the_applications_buffer)
         std::string at_call;
         verb& v = receive(running, opcode, buffer, sizeof buffer);
         v.on_call = [&] { at_call = buffer; };
-        node.answers_once(opcode, filled<appc_receive>([](appc_receive& block) { block.dlen = 5; }, as_bytes("hello", 5)));
+        node.answers_once(opcode,
+                          filled<appc_receive>([](appc_receive& block) { block.dlen = 5; }, as_bytes("hello", 5)));
         issue(v);
         node.deliver();
         EXPECT_EQ(at_call, "hello--") << "opcode " << opcode;
@@ -193,7 +217,8 @@ TEST_F(completing, received_data_goes_straight_to_the_applications_buffer)
         EXPECT_EQ(v.calls.size(), 1u);
     }
     char buffer[8] = "-------";
-    node.answers_once(RECEIVE_AND_WAIT, filled<appc_receive>([](appc_receive& block) { block.dlen = 3; }, as_bytes("abc", 3)));
+    node.answers_once(RECEIVE_AND_WAIT,
+                      filled<appc_receive>([](appc_receive& block) { block.dlen = 3; }, as_bytes("abc", 3)));
     run(receive(running, RECEIVE_AND_WAIT, buffer, sizeof buffer));
     EXPECT_STREQ(buffer, "abc----");
 }

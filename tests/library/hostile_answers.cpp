@@ -64,11 +64,13 @@ struct short_case {
 
 TEST_F(hostile_answers, that_are_too_short_for_their_verb_are_dropped)
 {
+    // clang-format off
     const short_case cases[] = {
         {CONFIRM, 0, 112 + 28},    {SEND_DATA, 0, 112 + 48},       {RECEIVE_AND_WAIT, 0, 112 + 56}, {DEALLOCATE, 1, 112 + 48},
         {ALLOCATE, 0, 112 + 200},  {GET_ATTRIBUTES, 1, 112 + 164}, {GET_TP_PROPERTIES, 1, 112 + 184},
         {SEND_CONVERSATION, 0, 112 + 208}, {SET_TP_PROPERTIES, 0, 112 + 100},
     };
+    // clang-format on
     node.stays_silent(SET_TP_PROPERTIES);
     for (const short_case& each : cases) {
         verb& v = issue(make_on(running_, each.opcode, CONV_7, each.format));
@@ -130,14 +132,18 @@ TEST_F(hostile_answers, of_another_verb_return_what_the_applications_own_block_a
 TEST_F(hostile_answers, in_no_known_format_copy_nothing)
 {
     verb& v = make_on(running_, RECEIVE_AND_WAIT, CONV_7);
-    v.as<appc_receive>().dlen = 100;  // not the node's, and there is no room for it
+    char buffer[8] = "-------";
+    v.as<appc_receive>().dptr = buffer;
+    v.as<appc_receive>().max_len = sizeof buffer;
+    v.as<appc_receive>().dlen = 5;  // left from before, not the node's
     issue(v);
-    bytes answer = node.answer_to(node.last(RECEIVE_AND_WAIT), {.primary = STATE_CHECK, .data = bytes(100, 0xEE)});
+    bytes answer = node.answer_to(node.last(RECEIVE_AND_WAIT), {.primary = STATE_CHECK, .data = as_bytes("hello", 5)});
     answer[115] = 2;
     const bytes before = v.image();
     node.sends(running_.path, answer);
     EXPECT_EQ(v.calls.size(), 1u);
     EXPECT_TRUE(same_bytes(v.image(), before));
+    EXPECT_STREQ(buffer, "-------");
 }
 
 TEST_F(hostile_answers, cannot_name_a_routine)

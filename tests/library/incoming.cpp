@@ -53,12 +53,14 @@ TEST_F(incoming, announcements_name_the_tp_and_the_waiter)
     verb& named = issue(receive_allocate());
     EXPECT_EQ(named.result, VAV_IN_PROGRESS);
     const u32 handle = announced();
-    EXPECT_EQ(node.datagrams.back(), joined({words({100 | 2 << 16, 0, handle, 0, 0, 0, 8}), ebcdic("SERVERTP", 64), blank_words}));
+    EXPECT_EQ(node.datagrams.back(),
+              joined({words({100 | 2 << 16, 0, handle, 0, 0, 0, 8}), ebcdic("SERVERTP", 64), blank_words}));
 
     verb& full = receive_allocate();
     std::memset(full.as<appc_receive_allocate>().tp_name, 0xC1, 64);
     issue(full);
-    EXPECT_EQ(node.datagrams.back(), joined({words({100 | 2 << 16, 0, announced(), 0, 0, 0, 64}), bytes(64, 0xC1), blank_words}));
+    EXPECT_EQ(node.datagrams.back(),
+              joined({words({100 | 2 << 16, 0, announced(), 0, 0, 0, 64}), bytes(64, 0xC1), blank_words}));
 
     verb& ex = receive_allocate(RECEIVE_ALLOCATE_EX, 1, "");
     ex.as<appc_receive_allocate>().tp_name[0] = 0;
@@ -158,6 +160,7 @@ struct status_case {
 
 TEST_F(incoming, every_end_of_the_wait_has_its_codes)
 {
+    // clang-format off
     const status_case cases[] = {
         {"failed", VSM_ST_FAILED, false, false, rc(STATE_CHECK, SEC_ALLOCATE_FAILED), false},
         {"failed after a cancel", VSM_ST_FAILED, true, false, rc(CANCELLED), false},
@@ -166,6 +169,7 @@ TEST_F(incoming, every_end_of_the_wait_has_its_codes)
         {"ready after a cancel", VSM_ST_READY, true, false, rc(CANCELLED), true},
         {"ready, but no path", VSM_ST_READY, false, true, rc(UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY), true},
     };
+    // clang-format on
     for (const bool synchronous : {false, true}) {
         for (const status_case& each : cases) {
             SCOPED_TRACE(each.why);
@@ -269,7 +273,7 @@ struct attach_case {
 TEST_F(incoming, an_attach_identifier_is_used_once)
 {
     const attach_case cases[] = {
-        {"0000000100000002", 1, true}, {"0000000100000002", 0, false}, {"000000010000000", 1, false}, {"", 1, false},
+        {"0000000100000002", 1, true},   {"0000000100000002", 0, false}, {"000000010000000", 1, false}, {"", 1, false},
         {"00000001000000020", 1, false},
     };
     for (const attach_case& each : cases) {
@@ -287,6 +291,27 @@ TEST_F(incoming, an_attach_identifier_is_used_once)
             EXPECT_EQ(node.datagrams.back(), attach_response(ATTACH_TAKEN, 0x01000000, 0x02000000));
         }
     }
+}
+
+TEST_F(incoming, an_attach_path_that_cannot_be_made_fails_the_verb_and_keeps_the_identifier)
+{
+    setenv("APPC_ATTACH_ID", "0000000100000002", 1);
+    node.refuse(may_fail::vpm_create_path);
+    EXPECT_EQ(issue(receive_allocate()).codes(), rc(UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY));
+    EXPECT_EQ(node.held().entries, 0u);
+    EXPECT_STREQ(getenv("APPC_ATTACH_ID"), "0000000100000002");
+}
+
+TEST_F(incoming, a_waiting_tp_takes_no_verbs_from_whoever_guesses_its_identifier)
+{
+    issue(receive_allocate());
+    tp guessed{bytes(8, 0), announced(), 0};
+    store(guessed.id.data(), 4, guessed.handle);
+    EXPECT_EQ(run(make_on(guessed, CONFIRM, CONV_7)).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
+    conversation_ready(guessed.handle);
+    EXPECT_EQ(issue(make_on(guessed, CONFIRM, CONV_7)).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
+    EXPECT_EQ(issue(make_on(guessed, TP_ENDED)).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
+    EXPECT_EQ(node.sent.size(), 1u) << "the RECEIVE_ALLOCATE";
 }
 
 TEST_F(incoming, a_wait_on_an_attach_path_is_cancelled_at_once)
@@ -346,10 +371,9 @@ TEST_F(incoming, status_for_no_waiter_is_logged_and_ignored)
 
     bytes truncated = words({91 | 0x0082 << 16, VSM_ST_FAILED, handle});
     truncated.resize(91);
+    node.logs.clear();
     node.sends_datagram(truncated);
     node.sends_datagram(words({8 | 0x0099 << 16, 0}));
-    node.logs.clear();
-    node.deliver();
     EXPECT_TRUE(node.logs.empty());
 }
 

@@ -85,6 +85,7 @@ struct plain_message {
 
 TEST_F(message_bytes, most_blocks_travel_as_they_are_but_for_addresses)
 {
+    // clang-format off
     const plain_message messages[] = {
         {CONFIRM, 0, 140, 0, 0}, {CONFIRM, 1, 140, 0, 0},
         {CONFIRMED, 0, 136, 0, 0},
@@ -109,6 +110,7 @@ TEST_F(message_bytes, most_blocks_travel_as_they_are_but_for_addresses)
         {RECEIVE_EXPEDITED_DATA, 0, 160, 0, 36},
         {TP_ENDED, 0, 136, 0, 0},  // last: nothing may follow it
     };
+    // clang-format on
     node.stays_silent(TP_ENDED);
     char data[] = "some data";
     for (const plain_message& row : messages) {

@@ -15,6 +15,7 @@ void PrintTo(const refusal& row, std::ostream* out)
     *out << row.why;
 }
 
+// clang-format off
 constexpr refusal refusals[] = {
     {"opcode 0", 0x0000, 0, {INVALID_VERB, UNTOUCHED}},
     {"no verb has this opcode", 0x0015, 0, {INVALID_VERB, UNTOUCHED}},
@@ -34,6 +35,7 @@ constexpr refusal refusals[] = {
     {"no such TP", CONFIRM, 0, {PARAMETER_CHECK, SEC_BAD_TP_ID}},
     {"no such TP to end", TP_ENDED, 0, {PARAMETER_CHECK, SEC_BAD_TP_ID}},
 };
+// clang-format on
 
 class refused : public library_test, public ::testing::WithParamInterface<refusal> {};
 

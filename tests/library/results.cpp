@@ -40,6 +40,7 @@ u8 from_application(u32 offset)
     return static_cast<u8>(~offset & 0x7F);
 }
 
+// clang-format off
 const result_case cases[] = {
     {"CONFIRM", CONFIRM, 0, 0, {{4, 4, 24}}},
     {"CONFIRM_1", CONFIRM, 1, 0, {{4, 4, 24}}},
@@ -77,6 +78,7 @@ const result_case cases[] = {
     {"ALLOCATE", ALLOCATE, 0, 0, {{4, 4, 25}, {0x26, 0x28, 114}, {0x9C, 0xA0, 28}}},
     {"ALLOCATE_1", ALLOCATE, 1, 0, {{4, 4, 152}, {0xA0, 0xA0, 28}}},
 };
+// clang-format on
 
 }  // namespace
 
@@ -236,7 +238,8 @@ TEST_F(starting_verbs, packed_identifiers_are_unpacked)
         auto& attributes = run(make_on(running, GET_ATTRIBUTES, CONV_7, 1)).as<appc_get_attributes>();
         auto& got = run(make_on(running, GET_TP_PROPERTIES, 0, 1)).as<appc_get_tp_properties>();
         auto& set = run(make_on(running, SET_TP_PROPERTIES)).as<appc_set_tp_properties>();
-        for (const appc_luw_id* id : {&attributes.luw_id, &got.luw_id, &got.unprot_luw_id, &set.prot_id, &set.unprot_id})
+        for (const appc_luw_id* id :
+             {&attributes.luw_id, &got.luw_id, &got.unprot_luw_id, &set.prot_id, &set.unprot_id})
             EXPECT_TRUE(same_bytes(as_bytes(id, sizeof *id), fixed)) << each.name;
     }
 }

@@ -1,9 +1,6 @@
 // When the library starts and stops, and what it holds in between.
 #include "tests/support/library_test.h"
 
-#include <algorithm>
-#include <cstring>
-
 namespace tessaly::test {
 
 using start_and_stop = library_test;
@@ -13,7 +10,8 @@ TEST_F(start_and_stop, begins_with_the_first_verb_that_makes_or_registers_a_tp)
     EXPECT_EQ(run(make(UNREGISTER_CPIC_TP)).codes(), rc(OK, UNTOUCHED));
     EXPECT_EQ(node.held(), holdings{}) << "UNREGISTER_CPIC_TP starts nothing";
     EXPECT_EQ(node.datagrams.size(), 1u) << "but tells the node";
-    for (const u16 opcode : {REGISTER_CPIC_TP, RECEIVE_ALLOCATE, RECEIVE_ALLOCATE_CPIC, RECEIVE_ALLOCATE_EX, TP_STARTED}) {
+    for (const u16 opcode :
+         {REGISTER_CPIC_TP, RECEIVE_ALLOCATE, RECEIVE_ALLOCATE_CPIC, RECEIVE_ALLOCATE_EX, TP_STARTED}) {
         issue(make(opcode, opcode == RECEIVE_ALLOCATE_EX ? 1 : 0));
         EXPECT_EQ(node.held().path_users, 1u) << "opcode " << opcode;
         EXPECT_EQ(node.held().tables, 1u);
@@ -51,41 +49,55 @@ TEST_F(start_and_stop, a_failed_start_leaves_nothing_and_the_next_verb_tries_aga
     start_tp();
 }
 
-TEST_F(start_and_stop, the_path_user_is_made_before_the_table_and_goes_before_it)
-{
-    start_tp();
-    stop_library();
-    std::vector<std::string> order;
-    for (const char* call : node.calls)
-        if (std::strstr(call, "path_user") != nullptr || std::strstr(call, "table") != nullptr)
-            order.emplace_back(call);
-    EXPECT_EQ(order, (std::vector<std::string>{"vpm_init_path_user", "vtm_table_init", "vpm_terminate_path_user",
-                                               "vtm_table_terminate"}));
-}
+// A verb whose resources are refused one after the other.
+struct swept_verb {
+    const char* name;
+    u16 opcode;
+    bool attached;
+    entry through;
+};
 
-TEST_F(start_and_stop, a_tp_start_makes_everything_or_nothing)
+TEST_F(start_and_stop, a_verb_gets_all_its_resources_or_keeps_none)
 {
+    const swept_verb verbs[] = {
+        {"TP_STARTED", TP_STARTED, false, entry::appc},
+        {"asynchronous TP_STARTED", TP_STARTED, false, entry::appc_async},
+        {"announced RECEIVE_ALLOCATE", RECEIVE_ALLOCATE, false, entry::appc_async},
+        {"attached RECEIVE_ALLOCATE", RECEIVE_ALLOCATE, true, entry::appc_async},
+        {"synchronous RECEIVE_ALLOCATE", RECEIVE_ALLOCATE, true, entry::appc},
+        {"CONFIRM", CONFIRM, false, entry::appc_async},
+        {"synchronous CONFIRM", CONFIRM, false, entry::appc},
+    };
+    node.answers(RECEIVE_ALLOCATE);
+    node.answers(CONFIRM);
     issue(make(REGISTER_CPIC_TP));
-    const holdings started = node.held();
-    outcome codes{};
-    u32 nth = 1;
-    for (bool was_refused = true; was_refused; ++nth) {
-        ASSERT_LT(nth, 50u);
-        node.refuse(std::nullopt, nth, true);
-        verb& v = run(tp_started());
-        codes = v.codes();
-        was_refused = node.refused() != 0 && codes != rc(OK);
-        if (was_refused) {
-            EXPECT_EQ(node.held().entries, started.entries) << "refused resource " << nth;
-            EXPECT_EQ(node.held().handles, started.handles) << "refused resource " << nth;
-            EXPECT_EQ(node.held().paths, started.paths) << "refused resource " << nth;
-            EXPECT_EQ(node.held().wait_objects, started.wait_objects) << "refused resource " << nth;
-            EXPECT_EQ(v.result, 0);
+    for (const swept_verb& each : verbs) {
+        for (u32 nth = 1, refused = node.refused();; ++nth, refused = node.refused()) {
+            SCOPED_TRACE(::testing::Message() << each.name << ", refused resource " << nth);
+            ASSERT_LT(nth, 30u);
+            const bool starts = each.opcode != CONFIRM;
+            verb& v = starts ? make(each.opcode, each.attached ? 1 : 0) : make_on(start_tp(), CONFIRM, CONV_7);
+            if (each.attached)
+                v.as<appc_receive_allocate>().attach_id[0] = 1;
+            holdings expected = node.held();
+            node.refuse(std::nullopt, nth, true);
+            enter(each.through, v);
+            node.deliver();
+            node.refuse_nothing();
+            if (node.refused() == refused) {
+                EXPECT_EQ(v.codes().primary, OK);
+                break;
+            }
+            const holdings after = node.held();
+            if (v.codes().primary == OK)
+                expected.entries += starts;
+            EXPECT_EQ(after.entries, expected.entries);
+            EXPECT_EQ(after.handles, expected.handles);
+            EXPECT_EQ(after.wait_objects, expected.wait_objects);
+            EXPECT_LE(after.paths, expected.paths + starts);
+            EXPECT_LE(v.calls.size(), 1u);
         }
-        node.refuse_nothing();
     }
-    EXPECT_EQ(codes, rc(OK));
-    EXPECT_GE(nth, 9u) << "block, entry, two records with handles, wait object, buffer, node, path";
 }
 
 struct shortage {

@@ -43,6 +43,7 @@ TEST_F(tp_start, follows_the_lu_alias_map)
     std::string long_map = "+\n";
     for (int line = 1; line <= 256; ++line)
         long_map += "NOMATCH  NOMATCH\n";
+    // clang-format off
     const alias_case cases[] = {
         {"no map", "", "LUA", "LUA     "},
         {"an exact entry", "LUA      LUB\n", "LUA", "LUB     "},
@@ -70,6 +71,7 @@ TEST_F(tp_start, follows_the_lu_alias_map)
         {"the 256th entry is read", long_map.substr(0, long_map.size() - 17) + "LUA      LUB\n", "LUA", "LUB     "},
         {"the 257th is not", long_map + "LUA      LUB\n", "LUA", "LUA     "},
     };
+    // clang-format on
     for (const alias_case& each : cases) {
         stop_library();
         write_file("lualiasmap.txt", each.map);
@@ -163,7 +165,8 @@ TEST_F(tp_start, reports_the_new_tp)
     EXPECT_EQ(log->kind, 'a');
     EXPECT_EQ(log->id, 0x20010008u);
     EXPECT_EQ(log->descriptor, "ba es ca es");
-    EXPECT_EQ(log->strings, (std::vector<bytes>{running.id, ebcdic("ECHO", 64), as_bytes("LUREAL  ", 8), bytes(17, 0xC1)}));
+    EXPECT_EQ(log->strings,
+              (std::vector<bytes>{running.id, ebcdic("ECHO", 64), as_bytes("LUREAL  ", 8), bytes(17, 0xC1)}));
     EXPECT_EQ(as_bytes(running.id.data(), 4), bytes(4, 0));
     ptrc[8] = 0x02;
     node.logs.clear();
@@ -232,9 +235,8 @@ TEST_F(tp_start, a_path_lost_during_SET_TP_PROPERTIES_starts_it_again)
     node.stays_silent(SET_TP_PROPERTIES);
     verb& v = issue(tp_started());
     node.deliver();
-    node.loses_path(node.last(SET_TP_PROPERTIES).path);
     node.answers(SET_TP_PROPERTIES);
-    node.deliver();
+    node.loses_path(node.last(SET_TP_PROPERTIES).path);
     EXPECT_EQ(v.codes(), rc(OK));
     EXPECT_EQ(v.calls.size(), 1u);
     EXPECT_EQ(node.count(TP_STARTED), 2u);
@@ -242,6 +244,22 @@ TEST_F(tp_start, a_path_lost_during_SET_TP_PROPERTIES_starts_it_again)
     EXPECT_EQ(node.count(SET_TP_PROPERTIES), 2u);
     node.answers(CONFIRM);
     EXPECT_EQ(run(make_on(tp_of(v), CONFIRM, CONV_7)).codes(), rc(OK)) << "the TP is as good as any";
+}
+
+TEST_F(tp_start, takes_no_verbs_before_it_has_completed)
+{
+    node.stays_silent(TP_STARTED);
+    node.stays_silent(SET_TP_PROPERTIES);
+    verb& v = issue(tp_started());
+    tp early{bytes(8, 0), node.last(TP_STARTED).header().src_corr, 0};
+    store(early.id.data(), 4, early.handle);
+    for (const u16 answered : {TP_STARTED, SET_TP_PROPERTIES}) {
+        for (const u16 opcode : {CONFIRM, TP_ENDED})
+            EXPECT_EQ(issue(make_on(early, opcode)).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << answered;
+        node.answer(node.last(answered));
+    }
+    EXPECT_EQ(v.codes(), rc(OK));
+    EXPECT_EQ(v.calls.size(), 1u);
 }
 
 TEST_F(tp_start, can_be_cancelled_before_its_answer_and_before_that_to_SET_TP_PROPERTIES)

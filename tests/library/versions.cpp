@@ -13,6 +13,7 @@ struct version_case {
 
 TEST_F(versions, choose_the_format)
 {
+    // clang-format off
     const version_case cases[] = {
         {ALLOCATE, {1, 1}, {1, 1}}, {DEALLOCATE, {1, 1}, {1, 1}}, {GET_ATTRIBUTES, {1, 1}, {1, 1}},
         {RECEIVE_ALLOCATE, {1, 1}, {1, 1}}, {GET_TP_PROPERTIES, {1, 1}, {1, 1}}, {TEST_RTS_AND_POST, {1, 1}, {1, 1}},
@@ -21,6 +22,7 @@ TEST_F(versions, choose_the_format)
         {FLUSH, {0, 0}, {0, 0}}, {TP_STARTED, {0, 0}, {0, 0}}, {REGISTER_CPIC_TP, {0, 0}, {0, 0}},
         {0x0015, {0, 0}, {0, 0}},
     };
+    // clang-format on
     for (const version_case& row : cases) {
         for (u8 format = 0; format < 2; ++format) {
             SCOPED_TRACE(::testing::Message() << "opcode 0x" << std::hex << row.opcode << " format " << u32{format});

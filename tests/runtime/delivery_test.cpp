@@ -106,7 +106,9 @@ TEST_F(Delivery, copies_no_more_data_than_came_and_the_verb_has_room_for)
 
 TEST_F(Delivery, frees_the_buffer_unless_the_library_did)
 {
-    for (const auto& [freed, result] : {std::pair{true, NODE_RESULT_FREED}, {true, NODE_RESULT_DONE}, {false, NODE_RESULT_DONE}}) {
+    constexpr std::pair<bool, node_event_result> cases[] = {
+        {true, NODE_RESULT_FREED}, {true, NODE_RESULT_DONE}, {false, NODE_RESULT_DONE}};
+    for (const auto& [freed, result] : cases) {
         void* kept = nullptr;
         on_event = [&, library_frees = freed, answer = result](u32, rcv_info& info) {
             if (library_frees) {

@@ -70,8 +70,10 @@ protected:
         current = this;
         const process_lock lock;
         EXPECT_EQ(vpm_init_path_user(0, 0, receive, 0, &user), 0);
-        // The node echoes each verb, without its data.
+        // The node echoes each verb, without its data, and answers a datagram with an application-ready one.
         script.answer = [](const frame& input, frame_sink& output) {
+            if (input.kind == frame_kind::datagram)
+                node_sends(output, frame_kind::datagram, 0, {4, 0, DATAGRAM_APPL_READY, 0});
             if (input.kind != frame_kind::message)
                 return;
             std::vector<u8> echo{input.block.begin(), input.block.end()};

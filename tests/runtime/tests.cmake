@@ -1,5 +1,5 @@
-# The runtime's own files around a scripted engine, so that the node does what a case needs; and the logs that the real library
-# writes.
+# The runtime's own files around a scripted engine, so that the node does what a case needs; then the library as it ships, with
+# the real engine.
 if(NOT TARGET tessaly_runtime)
     return()
 endif()
@@ -11,3 +11,5 @@ target_include_directories(tessaly_runtime_scripted PUBLIC ${tessaly_include_dir
 
 tessaly_test(NAME runtime_test LINK tessaly_runtime_scripted SOURCES
     delivery_test.cpp diagnostics_test.cpp fork_test.cpp handles_test.cpp lock_test.cpp threads_test.cpp)
+
+tessaly_test(NAME embedded_node_test LINK tessaly_runtime SOURCES embedded_node_test.cpp)

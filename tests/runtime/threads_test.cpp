@@ -13,7 +13,6 @@ namespace {
 
 class Threads : public RuntimeTest {
 protected:
-    // The fixture's list of events would only grow here.
     static constexpr u32 THREADS = 4;
     static constexpr u32 VERBS = 500;
 
@@ -152,6 +151,7 @@ TEST_F(Threads, are_not_kept_out_by_callbacks_that_never_stop_issuing_verbs)
     bool stop = false;  // guarded by the lock
     on_event = [&](u32, rcv_info&) {
         events.clear();
+        script.seen.clear();
         if (!stop)
             send(path, verb(SEND_DATA, 1));
         delivered.add();

@@ -131,7 +131,8 @@ u16 vpm_send_ips(u32 path, void* message, u32 message_bytes, const void* data, u
 {
     const u16 status = the_node->enter("vpm_send_ips", may_fail::vpm_send_ips);
     const auto found = the_node->paths.find(path);
-    EXPECT_TRUE(found != the_node->paths.end() && found->second.state == path_record::open) << "a verb is sent on no open path";
+    EXPECT_TRUE(found != the_node->paths.end() && found->second.state == path_record::open)
+        << "a verb is sent on no open path";
     EXPECT_EQ(data == nullptr, data_bytes == 0) << "data address and length do not agree";
     if (status != 0) {
         the_node->send_has_failed(path);
@@ -323,14 +324,14 @@ void* nba_validate_handle(u32 handle)
     return the_node->record_of(handle);
 }
 
-#define DEFINE_LOG(operation, kind)                                         \
-    void operation(u32 id, u16 point, const char* descriptor, ...)          \
-    {                                                                       \
-        the_node->enter(#operation);                                        \
-        va_list arguments;                                                  \
-        va_start(arguments, descriptor);                                    \
-        write_log(kind, id, point, descriptor, arguments);                  \
-        va_end(arguments);                                                  \
+#define DEFINE_LOG(operation, kind)                                \
+    void operation(u32 id, u16 point, const char* descriptor, ...) \
+    {                                                              \
+        the_node->enter(#operation);                               \
+        va_list arguments;                                         \
+        va_start(arguments, descriptor);                           \
+        write_log(kind, id, point, descriptor, arguments);         \
+        va_end(arguments);                                         \
     }
 DEFINE_LOG(nba_pd_print_problem, 'p')
 DEFINE_LOG(nba_pd_print_exception, 'e')
@@ -349,7 +350,8 @@ void nba_ebcdic_to_local(u8* text, u32 count)
 {
     for (u32 i = 0; i < count; ++i)
         for (char c = ' '; c <= '~'; ++c)
-            if (std::strchr("!\"&'()*+,:;<=>?[\\]^`{|}~", c) == nullptr && test::ebcdic(std::string(1, c).c_str())[0] == text[i]) {
+            if (std::strchr("!\"&'()*+,:;<=>?[\\]^`{|}~", c) == nullptr &&
+                test::ebcdic(std::string(1, c).c_str())[0] == text[i]) {
                 text[i] = static_cast<u8>(c);
                 break;
             }

@@ -132,7 +132,8 @@ tp library_test::tp_of(verb& started) const
 
 void library_test::conversation_ready(u32 tp_handle, u32 status, const char* name)
 {
-    appl_ready_datagram ready{{sizeof ready, DATAGRAM_APPL_READY}, status, tp_handle, ATTACH_ADDRESS, ATTACH_CORR, {}, {}};
+    appl_ready_datagram ready{
+        {sizeof ready, DATAGRAM_APPL_READY}, status, tp_handle, ATTACH_ADDRESS, ATTACH_CORR, {}, {}};
     const bytes tp_name = ebcdic(name, sizeof ready.tp_name);
     std::copy(tp_name.begin(), tp_name.end(), ready.tp_name);
     node.sends_datagram(as_bytes(&ready, sizeof ready));

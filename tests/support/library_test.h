@@ -39,8 +39,8 @@ struct callback {
     enum kind { completion, post, forget } by;
     bytes tp_id;
     u32 conv_id;
-    u32 corr;    // completion: the correlator; forget: the value
-    u16 type;    // forget
+    u32 corr;  // completion: the correlator; forget: the value
+    u16 type;  // forget
 };
 
 // One verb: its block, exactly as long as its public struct, and what became of it.
@@ -90,7 +90,7 @@ protected:
     verb& issue(verb& what) { return enter(entry::appc_async, what); }
 
     verb& tp_started(const char* name = "ECHO", const char* lu_alias = "LUA");  // not issued yet
-    tp start_tp(const char* name = "ECHO");                                      // answered with OK
+    tp start_tp(const char* name = "ECHO");                                     // answered with OK
     tp tp_of(verb& started) const;
 
     // What became of an announced receive-allocate, as the node tells it.

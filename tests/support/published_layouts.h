@@ -12,7 +12,7 @@ namespace tessaly::test {
 using bytes = std::vector<u8>;
 
 struct published_format {
-    u16 length;       // caller's layout; 0: no such format
+    u16 length;  // caller's layout; 0: no such format
     u16 node_length;
     u16 pointer_1;
     u16 pointer_2;
@@ -25,6 +25,7 @@ struct published_verb {
     u16 block_bytes[2];  // what an application provides
 };
 
+// clang-format off
 inline constexpr published_verb published_verbs[] = {
     {0x0001, 1, {{188, 200, 0x9C, 0}, {188, 200, 0x9C, 0}}, {184, 188}},
     {0x0003, 1, {{28, 28, 0, 0}, {28, 28, 0, 0}}, {28, 28}},
@@ -59,6 +60,7 @@ inline constexpr published_verb published_verbs[] = {
     {0xF102, 0, {{76, 76, 0, 0}, {}}, {76, 76}},
     {0xF103, 0, {{}, {192, 192, 0, 0}}, {192, 192}},
 };
+// clang-format on
 
 // The verb's row, or null.
 const published_verb* published(u16 opcode);

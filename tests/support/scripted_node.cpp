@@ -21,9 +21,9 @@ verb_message_header sent_verb::header() const
 
 std::ostream& operator<<(std::ostream& out, const holdings& held)
 {
-    return out << held.memory << " memory blocks, " << held.handles << " handles, " << held.wait_objects << " wait objects, "
-               << held.entries << " table entries, " << held.tables << " tables, " << held.paths << " paths, "
-               << held.path_users << " path users";
+    return out << held.memory << " memory blocks, " << held.handles << " handles, " << held.wait_objects
+               << " wait objects, " << held.entries << " table entries, " << held.tables << " tables, " << held.paths
+               << " paths, " << held.path_users << " path users";
 }
 
 scripted_node::scripted_node()
@@ -116,7 +116,8 @@ void scripted_node::message_is_complete(const sent_verb& verb)
 
 const sent_verb& scripted_node::last(u16 opcode) const
 {
-    const auto found = std::find_if(sent.rbegin(), sent.rend(), [&](const sent_verb& s) { return s.opcode() == opcode; });
+    const auto found =
+        std::find_if(sent.rbegin(), sent.rend(), [&](const sent_verb& s) { return s.opcode() == opcode; });
     if (found != sent.rend())
         return *found;
     ADD_FAILURE() << "no verb 0x" << std::hex << opcode << " was sent";
@@ -131,7 +132,8 @@ u32 scripted_node::count(u16 opcode) const
 
 const log_record* scripted_node::logged(u16 point) const
 {
-    const auto found = std::find_if(logs.begin(), logs.end(), [&](const log_record& log) { return log.point == point; });
+    const auto found =
+        std::find_if(logs.begin(), logs.end(), [&](const log_record& log) { return log.point == point; });
     return found == logs.end() ? nullptr : &*found;
 }
 
@@ -146,9 +148,12 @@ holdings scripted_node::held() const
     u32 entries = 0;
     for (const auto& [number, table] : tables)
         entries += static_cast<u32>(table.size());
-    const auto open = std::count_if(paths.begin(), paths.end(), [](auto& p) { return p.second.state == path_record::open; });
-    return {static_cast<u32>(memory.size()), static_cast<u32>(handles.size()), static_cast<u32>(wait_objects.size()), entries,
-            static_cast<u32>(tables.size()), static_cast<u32>(open), static_cast<u32>(users.size())};
+    const auto open =
+        std::count_if(paths.begin(), paths.end(), [](auto& p) { return p.second.state == path_record::open; });
+    return {static_cast<u32>(memory.size()),       static_cast<u32>(handles.size()),
+            static_cast<u32>(wait_objects.size()), entries,
+            static_cast<u32>(tables.size()),       static_cast<u32>(open),
+            static_cast<u32>(users.size())};
 }
 
 void scripted_node::check_at_end() const

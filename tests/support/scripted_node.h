@@ -128,8 +128,8 @@ public:
     void check_at_end() const;
 
     // ---- Its surroundings.
-    std::vector<u32> nodes = {0x01010101};          // that offer the verb service
-    std::optional<u32> address;                     // of BoxName, network byte order
+    std::vector<u32> nodes = {0x01010101};              // that offer the verb service
+    std::optional<u32> address;                         // of BoxName, network byte order
     std::optional<std::string> user_name = "operator";  // of the process
 
     // The node's names for the TP of a message.
@@ -145,7 +145,8 @@ public:
         u32 size;
         u32 serial;
     };
-    u16 enter(const char* operation, std::optional<may_fail> which = {});  // records the call; a status when it is refused
+    u16 enter(const char* operation,
+              std::optional<may_fail> which = {});  // records the call; a status when it is refused
     u32 new_number(u32 kind) { return kind + ++numbers_; }
     void* obtain(u32 size);
     void release(void* pointer);

@@ -6,6 +6,8 @@
 #include "v6/records/pend_cache.h"
 #include "verbs/catalogue.h"
 
+#include <cstring>
+
 namespace tessaly {
 
 namespace {
@@ -61,6 +63,20 @@ void queue_verb(tpcb& tp, pndcb& pend, void* vcb, u32 corr) noexcept
     pend.vcb = vcb;
     pend.tp_handle = tp.handle;
     tp.verb_q.append(pend);
+}
+
+void take_node_names(tpcb& tp, const u8* node_tp_id, u32 node_corr) noexcept
+{
+    std::memcpy(tp.node_tp_id, node_tp_id, TP_ID_BYTES);
+    tp.node_corr = node_corr;
+    tp.node_known = 1;
+}
+
+void forget_node_names(tpcb& tp) noexcept
+{
+    std::memset(tp.node_tp_id, 0, TP_ID_BYTES);
+    tp.node_corr = 0;
+    tp.node_known = 0;
 }
 
 void drop_path(tpcb& tp) noexcept

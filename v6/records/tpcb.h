@@ -24,6 +24,7 @@ struct tpcb {
     u32 node_corr;               // the node's correlator; 0 until its answer
     u32 query_cursor[2];         // so that a repeated start tries the next node
     u32 path;                    // 0: none
+    u16 node_known;              // 1: node_tp_id and node_corr are the node's, for the path that the TP has now
     u16 sync_waiters;            // synchronous verbs outstanding
     u16 state;
     u16 expect_data_callback;  // a receive verb waits for its data
@@ -45,6 +46,16 @@ void vav_free_tpcb(tpcb* tp) noexcept;
 
 // Records a verb as pending on the TP, behind those that it has. corr: handed to the record's callback.
 void queue_verb(tpcb& tp, pndcb& pend, void* vcb, u32 corr) noexcept;
+
+// The node has started the TP and names it so; on another node it would be named otherwise.
+void take_node_names(tpcb& tp, const u8* node_tp_id, u32 node_corr) noexcept;
+void forget_node_names(tpcb& tp) noexcept;
+
+// Whether the verb that starts the TP has completed. Until then nobody has been told the TP's identifier.
+inline bool is_started(const tpcb& tp) noexcept
+{
+    return tp.node_known != 0 && tp.set_tp_waiter == nullptr;
+}
 
 // Closes the TP's path, if it has one, and clears it.
 void drop_path(tpcb& tp) noexcept;

@@ -188,7 +188,7 @@ u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
         return complete(call, TP_BUSY, 0);
     if (lacks_post_callback(call, verb))
         return complete(call, PARAMETER_CHECK, SEC_NO_POST_CALLBACK);
-    if (tp.path == 0)  // it still waits for its conversation, and nobody has been told its identifier
+    if (!is_started(tp))
         return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
 
     pndcb* pend = vav_alloc_pend(call.callback);

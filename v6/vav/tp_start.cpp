@@ -97,8 +97,7 @@ u16 start_first(tpcb& tp, pndcb& pend) noexcept
 u16 start_again(tpcb& tp, pndcb& pend, start_reason reason) noexcept
 {
     drop_path(tp);
-    tp.node_corr = 0;
-    std::memset(tp.node_tp_id, 0, TP_ID_BYTES);
+    forget_node_names(tp);
     if (const u32 node = next_node(tp); node != 0)
         return send_to(node, tp, pend);
     return reason == START_AFTER_PATH_FAILURE ? give_up(pend, PARAMETER_CHECK, SEC_NODE_NOT_FOUND) : give_up(pend);

@@ -9,31 +9,28 @@ namespace tessaly {
 
 namespace {
 
-// The format row of a block that may be converted. Blocks of the second range never travel, and a format that no verb
-// has is left as it is.
-const block_format* convertible(const void* vcb) noexcept
+// The format row by which a block is converted, or null. Blocks of the second range never travel, and a format that no verb has is
+// left as it is.
+const block_format* convertible(u16 opcode, u8 format) noexcept
 {
-    const block_header& header = header_of(vcb);
-    const verb_row* verb = find_verb(header.opcode);
-    const bool second_range = static_cast<u16>(header.opcode - FIRST_2ND_OPCODE) < SECOND_OPCODES;
-    invariant(header.opcode < MAIN_OPCODES || second_range, VAV3264, "FALSE");
-    if (verb == nullptr || second_range || header.format > 1)
-        return nullptr;
-    return &verb->format[header.format];
+    const verb_row* verb = find_verb(opcode);
+    const bool second_range = static_cast<u16>(opcode - FIRST_2ND_OPCODE) < SECOND_OPCODES;
+    invariant(opcode < MAIN_OPCODES || second_range, VAV3264, "FALSE");
+    return verb == nullptr || second_range || format > 1 ? nullptr : &verb->format[format];
 }
 
 }  // namespace
 
 void vav_make_vcb_64bit(void* vcb, u16* grow) noexcept
 {
-    const block_format* format = convertible(vcb);
+    const block_format* format = convertible(header_of(vcb).opcode, header_of(vcb).format);
     *grow = format == nullptr ? u16{0} : widen_block(static_cast<u8*>(vcb), *format);
 }
 
-void vav_make_vcb_32bit(void* vcb, u16* shrink) noexcept
+void vav_make_vcb_32bit(void* vcb, u16 opcode, u8 format, u16* shrink) noexcept
 {
-    const block_format* format = convertible(vcb);
-    *shrink = format == nullptr ? u16{0} : narrow_block(static_cast<u8*>(vcb), *format);
+    const block_format* travelled = convertible(opcode, format);
+    *shrink = travelled == nullptr ? u16{0} : narrow_block(static_cast<u8*>(vcb), *travelled);
 }
 
 u16 travelling_length(u16 opcode, u8 format) noexcept

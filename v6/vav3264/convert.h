@@ -1,4 +1,4 @@
-// Conversion of a block between the caller's and the node's layout, in place, by its own opcode and format.
+// Conversion of a block between the caller's and the node's layout, in place.
 #pragma once
 
 #include "common/types.h"
@@ -6,12 +6,13 @@
 
 namespace tessaly {
 
-// Widens a block; its buffer must have room for the node layout. grow: bytes by which it grew, 0 for a verb without
-// pointers.
+// Widens a block by its own opcode and format; its buffer must have room for the node layout. grow: bytes by which it grew, 0
+// for a verb without pointers.
 void vav_make_vcb_64bit(void* vcb, u16* grow) noexcept;
 
-// Narrows a block that has the node layout of its opcode and format. shrink: bytes by which it shrank.
-void vav_make_vcb_32bit(void* vcb, u16* shrink) noexcept;
+// Narrows the node's answer to a verb that travelled under this opcode and format, whatever the answer says of itself: by them
+// its length was checked. shrink: bytes by which it shrank.
+void vav_make_vcb_32bit(void* vcb, u16 opcode, u8 format, u16* shrink) noexcept;
 
 // Fills the exported pointer-offset tables. At library start.
 void vav_init_ptr_offsets() noexcept;

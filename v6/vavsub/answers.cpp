@@ -13,7 +13,6 @@
 #include "v6/vavsub/results.h"
 #include "v6/vavsub/set_tp.h"
 #include "verbs/catalogue.h"
-#include "verbs/layout_64.h"
 
 #include <cstring>
 
@@ -77,10 +76,9 @@ void tp_started(const answer& got) noexcept
         return;
     }
 
-    std::memcpy(tp.node_tp_id, block.tp_id, TP_ID_BYTES);
+    take_node_names(tp, block.tp_id, got.src_corr);
     std::memcpy(block_as<appc_tp_started>(got.pend.vcb).tp_id, tp.tp_id, TP_ID_BYTES);
     audit_tp(LOG_TP_STARTED, 213, tp, block.tp_name);
-    tp.node_corr = got.src_corr;
     if (vav_issue_set_tp(tp, got.pend) == VAV_COMPLETE)
         vav_call_appl(tp, got.pend);
 }
@@ -101,10 +99,9 @@ void conversation_accepted(const answer& got) noexcept
         return;
     }
 
-    std::memcpy(tp.node_tp_id, block.tp_id, TP_ID_BYTES);
+    take_node_names(tp, block.tp_id, got.src_corr);
     std::memcpy(block_as<appc_receive_allocate>(got.pend.vcb).tp_id, tp.tp_id, TP_ID_BYTES);
     audit_tp(LOG_CONVERSATION_ACCEPTED, 214, tp, block.tp_name);
-    tp.node_corr = got.src_corr;
     vav_call_appl(tp, got.pend);
 }
 
@@ -131,14 +128,6 @@ u16 verb_answered(const answer& got, const verb_row& verb, rcv_info& info) noexc
     return NODE_RESULT_DONE;
 }
 
-// Narrows the answer by the layout in which its verb travelled, which is what the message was measured against.
-void narrow_answer(verb_message_header& header, u8* block, const verb_row& verb, u8 format) noexcept
-{
-    const u16 shrink = narrow_block(block, verb.format[format]);
-    header.buf_len -= shrink;
-    header.msg_len -= shrink;
-}
-
 }  // namespace
 
 u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept
@@ -156,7 +145,10 @@ u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept
         invariant(answered == opcode || answered == SEND_CONVERSATION, VAVSUB,
                   "(opcode == VAV_HDR(pndcb->vcb)->opcode) || (opcode == NAP_B_SEND_CONVERSATION)");
     if (copied) {
-        narrow_answer(header, block, *verb, travelling_format(opcode, header_of(pend.vcb).format));
+        u16 shrink = 0;
+        vav_make_vcb_32bit(block, opcode, travelling_format(opcode, header_of(pend.vcb).format), &shrink);
+        header.buf_len -= shrink;
+        header.msg_len -= shrink;
         vav_copy_vcb(pend.vcb, block, opcode);
     }
 

@@ -153,6 +153,7 @@ void complete_and_end(tpcb& tp, pndcb& pend) noexcept
 {
     const u32 handle = tp.handle;
     const u16 sync_waiters = tp.sync_waiters;
+    tp.state = TP_GONE;  // what callbacks issue on it is refused
     vav_call_appl(tp, pend);
     if (find_tp(handle) == &tp && tp.pnd_cncl != nullptr) {
         pndcb& cancel = *tp.pnd_cncl;

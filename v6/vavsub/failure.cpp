@@ -127,6 +127,8 @@ void vav_process_failure(tpcb& tp) noexcept
 
 void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpcb& tp) noexcept
 {
+    if (conversation == 0)
+        recover_set_tp(tp);
     // First mark what this sweep completes, so that verbs issued by callbacks stay out of it.
     for (pndcb* pend = first; pend != nullptr;) {
         pndcb* next = tp.verb_q.after(*pend);

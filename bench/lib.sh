@@ -1,0 +1,58 @@
+# shellcheck shell=bash
+# Sourced by the scripts of this folder: where the programs are, and how runs of two lengths are turned into counts per verb.
+
+. "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
+
+build=${TESSALY_BENCH_BUILD:-$root/build/bench}
+programs=$build/bench
+
+# Nothing that the stand-in runtime reads from the environment may change what is measured.
+unset TESSALY_NODE TESSALY_LOG TESSALY_API_TRACE TESSALY_ASSERT APPC_ATTACH_ID
+
+# Both lengths are warm, so that their difference is the verbs alone.
+short=1000
+long=2000
+
+need_programs()
+{
+    [ -x "$programs/verb_loop_node" ] || die "nothing is built in $build; bench/run builds it"
+}
+
+has()
+{
+    command -v "$1" >/dev/null
+}
+
+# run_under_callgrind OUT RUNTIME VERB TPS IN_FLIGHT TIMES
+run_under_callgrind()
+{
+    valgrind --tool=callgrind --callgrind-out-file="$1" --dump-line=no --compress-strings=no --compress-pos=no \
+        "$programs/verb_loop_$2" "$3" "$6" "$4" "$5" "$long" >"$1.log" 2>&1 || { cat "$1.log" >&2; return 1; }
+}
+
+# instructions_per_verb RUNTIME VERB TPS IN_FLIGHT - prints per verb: the library's instructions, the runtime's, both together,
+# calls of malloc.
+instructions_per_verb()
+{
+    local scratch times
+    scratch=$(mktemp -d)
+    for times in "$short" "$long"; do
+        run_under_callgrind "$scratch/$times" "$@" "$times"
+        awk -f "$root/bench/callgrind.awk" "$scratch/$times"
+    done | paste - - | awk -v verbs=$((long - short)) '
+        { printf "%.0f %.0f %.0f %.3g\n", ($4 - $1) / verbs, ($5 - $2) / verbs, ($4 + $5 - $1 - $2) / verbs, ($6 - $3) / verbs }'
+    rm -rf "$scratch"
+}
+
+# system_calls_per_verb RUNTIME VERB
+system_calls_per_verb()
+{
+    local scratch times
+    scratch=$(mktemp)
+    for times in "$short" "$long"; do
+        strace -f -c -o "$scratch" "$programs/verb_loop_$1" "$2" "$times" 1 0 "$long"
+        # A table for each word size, since the program is loaded by a 64-bit process.
+        awk '$NF == "total" { calls += $(NF == 5 || NF == 6 ? 4 : NF - 1) } END { print calls + 0 }' "$scratch"
+    done | paste - - | awk -v verbs=$((long - short)) '{ printf "%.3g\n", ($2 - $1) / verbs }'
+    rm -f "$scratch"
+}
