@@ -52,7 +52,7 @@ struct data_buffer {
     u16 address_at;
 };
 
-// The status bytes of send_rule verbs; 0 for none.
+// Where the status bytes of result_rule::send_status lie.
 struct status_bytes {
     u16 first_at;
     u16 second_at;

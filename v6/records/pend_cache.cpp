@@ -52,27 +52,20 @@ pndcb* vav_alloc_pend(appc_completion callback) noexcept
     if (pend == nullptr)
         return nullptr;
 
-    pend->handle = nba_create_handle(pend);
-    if (pend->handle == 0) {
+    const u32 handle = nba_create_handle(pend);
+    if (handle == 0) {
         if (pend->cache_index == NOT_CACHED)
             nba_mm_free(pend, 0);
         return nullptr;
     }
-    if (slot < VAV_CACHE_SIZE) {
-        pend->cache_index = static_cast<u16>(slot);
+    const bool cached = slot < VAV_CACHE_SIZE;
+    *pend = {.handle = handle, .cache_index = cached ? static_cast<u16>(slot) : NOT_CACHED, .callback = callback};
+    init_link(*pend);
+    if (cached) {
         vav_pend_cache.pend_ptr[slot] = pend;
         set_slot_free(slot, false);
     }
 
-    init_link(*pend);
-    pend->tp_handle = 0;
-    pend->imp_forget = 0;
-    pend->forgotten = 0;
-    pend->cancelled = 0;
-    pend->doomed = 0;
-    pend->callback = callback;
-    pend->vcb = nullptr;
-    pend->wait_obj = 0;
     if (callback == vav_sync_callback) {
         pend->wait_obj = vpm_allocate_wait_object();
         if (pend->wait_obj == 0) {

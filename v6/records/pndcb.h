@@ -22,7 +22,7 @@ struct pndcb {
     u16 doomed;      // 1: a cancelling sweep has set its codes and will complete it
     appc_completion callback;             // null: an internal verb
     appc_implied_forget forget_callback;  // while imp_forget is set
-    u32 corr;                             // for the callback; a synchronous verb's wait object
+    u32 corr;                             // for the callback: a synchronous verb's wait object, or the forget value
     u32 forget_conv_id;
     void* vcb;  // the application's block, or an internal verb's; null: nobody waits any more
     u32 attach_addr;

@@ -27,6 +27,7 @@ u16 vav_alloc_tpcb(tpcb** out) noexcept
     tp->verb_q.init();
     tp->forget_q.init();
     tp->state = TP_ACTIVE;
+    tp->serial = ++main_cb.last_serial;
     tp->handle = vtm_get_free_entry(main_cb.tp_table, tp);
     if (tp->handle == 0) {
         log_problem(LOG_TP_TABLE_FULL, 205, "");
@@ -87,12 +88,18 @@ void drop_path(tpcb& tp) noexcept
     tp.path = 0;
 }
 
-void end_tp(u32 handle, u16 sync_waiters) noexcept
+tpcb* tp_ref::find() const noexcept
 {
     tpcb* tp = find_tp(handle);
+    return tp != nullptr && tp->serial == serial ? tp : nullptr;
+}
+
+void end_tp(const tp_ref& ended) noexcept
+{
+    tpcb* tp = ended.find();
     if (tp == nullptr)
         return;
-    if (sync_waiters != 0 || tp->sweeps != 0) {
+    if (tp->sync_waiters != 0 || tp->sweeps != 0) {
         forget_delivery_to(*tp);
         tp->state = TP_GONE;
     } else {

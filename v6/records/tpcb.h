@@ -21,6 +21,7 @@ struct tpcb {
     list_head<pndcb> verb_q;     // verbs in flight, in the order of their issue
     list_head<pndcb> forget_q;   // DEALLOCATE records that wait for their implied forget
     u32 handle;                  // in main_cb's tp_table
+    u32 serial;                  // no two TPs of the process have the same
     u32 node_corr;               // the node's correlator; 0 until its answer
     u32 query_cursor[2];         // so that a repeated start tries the next node
     u32 path;                    // 0: none
@@ -60,9 +61,17 @@ inline bool is_started(const tpcb& tp) noexcept
 // Closes the TP's path, if it has one, and clears it.
 void drop_path(tpcb& tp) noexcept;
 
-// Ends the TP with this handle, if it is still there: frees it, or leaves that to the last synchronous caller.
-// sync_waiters: the count before the verb that ends it was completed.
-void end_tp(u32 handle, u16 sync_waiters) noexcept;
+// A TP to come back to after a callback, which may have ended it, and even have started another under the same handle.
+struct tp_ref {
+    u32 handle;
+    u32 serial;
+
+    explicit tp_ref(const tpcb& tp) noexcept : handle(tp.handle), serial(tp.serial) {}
+    tpcb* find() const noexcept;  // null when it is gone
+};
+
+// Ends a TP, if it is still there: frees it, or leaves that to the last synchronous caller or failure sweep busy with it.
+void end_tp(const tp_ref& ended) noexcept;
 
 // Takes the library's own SET_TP_PROPERTIES out of the queue and back into reserve; nobody waits for its answer then.
 void recover_set_tp(tpcb& tp) noexcept;

@@ -63,16 +63,16 @@ bool starts_library(u16 opcode) noexcept
     return opcode == TP_STARTED || opcode == REGISTER_CPIC_TP || is_receive_allocate(opcode);
 }
 
-// Result: 0, or the start code that the verb is refused with.
-u16 refuse_unstarted(const verb_call& call) noexcept
+// Result: whether the library has started; else the verb has its codes.
+bool start_library(const verb_call& call) noexcept
 {
     const u16 code = vav_init();
     if (code == 0)
-        return 0;
+        return true;
     const bool no_node = code == 2 || code == 5 || code == 19;
     vav_terminate();
     complete(call, no_node ? COMMS_SUBSYSTEM_NOT_LOADED : UNEXPECTED_SYSTEM_ERROR, code);
-    return code;
+    return false;
 }
 
 // Whether the block names a verb that exists in its format; sets the codes when it does not.
@@ -209,7 +209,7 @@ u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
 u16 refuse_failed_tp(const verb_call& call, tpcb& tp) noexcept
 {
     if (header_of(call.vcb).opcode == TP_ENDED)
-        end_tp(tp.handle, tp.sync_waiters);
+        end_tp(tp_ref{tp});
     return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
 }
 
@@ -220,7 +220,7 @@ u16 dispatch(verb_call& call) noexcept
 
     if (main_cb.in_callback != 0 && call.callback == vav_sync_callback)
         return complete(call, STATE_CHECK, SEC_IN_CALLBACK);
-    if (main_cb.state == NOT_STARTED && starts_library(opcode) && refuse_unstarted(call) != 0)
+    if (main_cb.state == NOT_STARTED && starts_library(opcode) && !start_library(call))
         return VAV_COMPLETE;
     if (main_cb.state == NODE_TERMINATED)
         return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);

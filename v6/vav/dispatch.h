@@ -23,8 +23,8 @@ constexpr bool is_synchronous(api_type api) noexcept
 //   callback           vav_sync_callback for a synchronous verb
 //   tp_out             the TP that the verb works on; null when it completed
 //   wait_object, pend  given for synchronous verbs, else null: what the caller sleeps on and what it releases
-// afterwards Result: VAV_IN_PROGRESS (it completes later, through the callback) or VAV_COMPLETE (the results are in
-// the block).
+//                      afterwards
+// Result: VAV_IN_PROGRESS (it completes later, through the callback) or VAV_COMPLETE (the results are in the block).
 u16 vav_async_verb(void* vcb, appc_completion callback, u32 corr, api_type api, tpcb** tp_out, u32* wait_object,
                    pndcb** pend) noexcept;
 

@@ -21,6 +21,8 @@ namespace tessaly {
 
 namespace {
 
+constexpr char ATTACH_ID_VARIABLE[] = "APPC_ATTACH_ID";
+
 struct attach_id {
     u32 corr;
     u32 addr;
@@ -30,7 +32,7 @@ struct attach_id {
 void take_attach_id_from_environment(void* vcb) noexcept
 {
     constexpr u32 digits = 16;
-    const char* value = std::getenv("APPC_ATTACH_ID");
+    const char* value = std::getenv(ATTACH_ID_VARIABLE);
     if (value == nullptr || std::strlen(value) != digits || header_of(vcb).format == 0)
         return;
     unsigned words[2] = {};
@@ -77,48 +79,40 @@ u16 announce(const tpcb& tp, pndcb& pend) noexcept
     return 0;
 }
 
-// The first TP whose first verb is a receive-allocate.
+// The first TP whose first verb is a receive-allocate that nobody has cancelled yet.
 tpcb* find_waiting_tp() noexcept
 {
-    void* entry = nullptr;
-    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
-         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
-        auto* tp = static_cast<tpcb*>(entry);
-        if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
-            continue;
-        const pndcb* pend = tp->verb_q.first();
-        if (pend != nullptr && pend->vcb != nullptr && is_receive_allocate(header_of(pend->vcb).opcode))
-            return tp;
-    }
-    return nullptr;
+    tpcb* found = nullptr;
+    for_each_tp(VAV, [&found](tpcb& tp) {
+        const pndcb* pend = tp.verb_q.first();
+        const bool waits = pend != nullptr && pend->vcb != nullptr && is_receive_allocate(header_of(pend->vcb).opcode);
+        if (waits && tp.pnd_cncl == nullptr)
+            found = &tp;
+        return found == nullptr;
+    });
+    return found;
 }
 
 // The verb is on its attach path, so it ends here and the attach is given back.
 void cancel_attached(tpcb& tp, pndcb& pend) noexcept
 {
-    const u32 handle = tp.handle;
-    const u16 sync_waiters = tp.sync_waiters;
     drop_path(tp);
-    tp.state = TP_GONE;
     answer_attach(ATTACH_REFUSED, pend.attach_corr, pend.attach_addr);
     set_codes(pend.vcb, CANCELLED, 0);
-    vav_call_appl(tp, pend);
-    end_tp(handle, sync_waiters);
+    complete_and_end(tp, pend);
 }
 
 }  // namespace
 
 u16 vav_rcv_allocate(tpcb& tp, pndcb& pend) noexcept
 {
-    static char used_up[] = "APPC_ATTACH_ID=";  // putenv keeps it
-
     take_attach_id_from_environment(pend.vcb);
     const attach_id attach = attach_id_in(pend.vcb);
     if (attach.corr == 0 && attach.addr == 0)
         return announce(tp, pend);
     if (vav_send_rcv_allocate(tp, pend, attach.addr, attach.corr) != 0)
         return 0;
-    putenv(used_up);  // the next receive-allocate of this process announces itself
+    setenv(ATTACH_ID_VARIABLE, "", 1);  // the next receive-allocate of this process announces itself
     return 1;
 }
 
@@ -145,7 +139,7 @@ u16 vav_cancel_rcv_alloc(void* vcb, appc_completion callback, u32 corr, tpcb** t
 {
     *tp_out = nullptr;
     tpcb* tp = find_waiting_tp();
-    if (tp == nullptr || tp->pnd_cncl != nullptr)  // nothing waits, or it is being cancelled already
+    if (tp == nullptr)
         return VAV_COMPLETE;
     pndcb& waiting = *tp->verb_q.first();
     invariant(tp->verb_q.holds_only(waiting), VAV, "NB_ALONE_IN_LIST(pndcb->queue)");

@@ -114,26 +114,17 @@ u16 vav_tp_started(tpcb& tp, pndcb& pend, start_reason reason) noexcept
 u16 vav_cancel_tp_started(tpcb** tp_out) noexcept
 {
     *tp_out = nullptr;
-    void* entry = nullptr;
-    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
-         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
-        auto* tp = static_cast<tpcb*>(entry);
-        if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
-            continue;
-        pndcb* pend = tp->verb_q.first();
+    for_each_tp(VAV, [](tpcb& tp) {
+        pndcb* pend = tp.verb_q.first();
         if (pend == nullptr || pend->vcb == nullptr || header_of(pend->vcb).opcode != TP_STARTED)
-            continue;
-
-        recover_set_tp(*tp);
-        invariant(tp->verb_q.holds_only(*pend), VAV, "NB_ALONE_IN_LIST(pndcb->queue)");
-        const u16 sync_waiters = tp->sync_waiters;
-        drop_path(*tp);
-        tp->state = TP_GONE;
+            return true;
+        recover_set_tp(tp);
+        invariant(tp.verb_q.holds_only(*pend), VAV, "NB_ALONE_IN_LIST(pndcb->queue)");
+        drop_path(tp);
         set_codes(pend->vcb, CANCELLED, 0);
-        vav_call_appl(*tp, *pend);
-        end_tp(handle, sync_waiters);
-        break;
-    }
+        complete_and_end(tp, *pend);
+        return false;
+    });
     return VAV_COMPLETE;
 }
 

@@ -7,6 +7,7 @@
 
 #include <tessaly/layout.h>
 
+#include <algorithm>
 #include <array>
 
 static_assert(VAV_MAIN_OPCODES == tessaly::MAIN_OPCODES && VAV_2ND_OPCODES == tessaly::SECOND_OPCODES);
@@ -72,6 +73,8 @@ static_assert(second_data[SECOND_OPCODES + (RECEIVE_ALLOCATE_EX - FIRST_2ND_OPCO
 
 void vav_init_ptr_offsets() noexcept
 {
+    std::fill(std::begin(vav_vcb_ptrs), std::end(vav_vcb_ptrs), verb_pointers{});
+    std::fill(std::begin(vav_vcb2_ptrs), std::end(vav_vcb2_ptrs), verb_pointers{});
     for_each_entry<0, MAIN_OPCODES>([](u32 index, const verb_row&, const block_format& format) {
         vav_vcb_ptrs[index] = {format.pointer_1, format.pointer_2};
     });

@@ -40,10 +40,9 @@ void tp_ended(const answer& got) noexcept
     drop_path(tp);
     return_tp_id(got);
     log_audit(LOG_TP_ENDED, 212, "ba", TP_ID_BYTES, tp.tp_id);
-    const u32 handle = tp.handle;
-    const u16 sync_waiters = tp.sync_waiters;
+    const tp_ref ended{tp};
     vav_cancel_verbs_in_list(0, tp.verb_q.first(), &got.pend, tp);
-    end_tp(handle, sync_waiters);
+    end_tp(ended);
 }
 
 void conversation_cancelled(const answer& got) noexcept

@@ -151,18 +151,17 @@ void vav_call_appl(tpcb& tp, pndcb& completed) noexcept
 
 void complete_and_end(tpcb& tp, pndcb& pend) noexcept
 {
-    const u32 handle = tp.handle;
-    const u16 sync_waiters = tp.sync_waiters;
+    const tp_ref ended{tp};
     tp.state = TP_GONE;  // what callbacks issue on it is refused
     vav_call_appl(tp, pend);
-    if (find_tp(handle) == &tp && tp.pnd_cncl != nullptr) {
+    if (ended.find() != nullptr && tp.pnd_cncl != nullptr) {
         pndcb& cancel = *tp.pnd_cncl;
         invariant(header_of(cancel.vcb).opcode == CANCEL_CONV, VAVSUB,
                   "VAV_HDR(tpcb->pnd_cncl->vcb)->opcode == NAP_CANCEL_CONVERSATION");
         header_of(cancel.vcb).primary_rc = OK;
         vav_call_appl(tp, cancel);
     }
-    end_tp(handle, sync_waiters);
+    end_tp(ended);
 }
 
 void vav_call_appl_imp_forget(tpcb& tp, pndcb& pend, u16 type) noexcept

@@ -65,11 +65,12 @@ sweep_end sweep_verb(tpcb& tp, pndcb& pend) noexcept
 }
 
 // Every kept DEALLOCATE gets its implied forget. Result: whether the TP is still there.
-bool forget_all(tpcb& tp, u32 handle) noexcept
+bool forget_all(tpcb& tp) noexcept
 {
+    const tp_ref swept{tp};
     while (pndcb* pend = tp.forget_q.first()) {
         vav_call_appl_imp_forget(tp, *pend, APPC_FORGET_FAILURE);
-        if (find_tp(handle) != &tp)
+        if (swept.find() == nullptr)
             return false;
     }
     return true;
@@ -79,13 +80,11 @@ bool forget_all(tpcb& tp, u32 handle) noexcept
 
 void vav_path_failure(u32 path) noexcept
 {
-    void* entry = nullptr;
-    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
-         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
-        auto* tp = static_cast<tpcb*>(entry);
-        if (tp != nullptr && tp->path != 0 && tp->path == path)
-            vav_process_failure(*tp);
-    }
+    for_each_tp(VAVSUB, [path](tpcb& tp) {
+        if (tp.path != 0 && tp.path == path)
+            vav_process_failure(tp);
+        return true;
+    });
 }
 
 u16 vav_abend(u32, tpcb& tp) noexcept
@@ -98,8 +97,7 @@ u16 vav_abend(u32, tpcb& tp) noexcept
 void vav_process_failure(tpcb& tp) noexcept
 {
     log_exception(LOG_TP_FAILED, 220, "ba", TP_ID_BYTES, tp.tp_id);
-    const u32 handle = tp.handle;
-    const u16 sync_waiters = tp.sync_waiters;
+    const tp_ref swept{tp};
     tp.path = 0;
     recover_set_tp(tp);
 
@@ -107,7 +105,7 @@ void vav_process_failure(tpcb& tp) noexcept
     sweep_end end = sweep_end::tp_stays;
     if (!is_tp_started(tp.verb_q.first()))
         mark_failed(tp);  // what callbacks issue on it is refused
-    if (!forget_all(tp, handle))
+    if (!forget_all(tp))
         return;
     while (pndcb* pend = tp.verb_q.first()) {
         if (pend->vcb == nullptr) {
@@ -115,14 +113,14 @@ void vav_process_failure(tpcb& tp) noexcept
             continue;
         }
         end = sweep_verb(tp, *pend);
-        if (find_tp(handle) != &tp)
+        if (swept.find() == nullptr)
             return;
         if (end == sweep_end::tp_restarted)
             break;
     }
     --tp.sweeps;
     if (end == sweep_end::tp_ends || tp.state == TP_GONE)
-        end_tp(handle, sync_waiters);
+        end_tp(swept);
 }
 
 void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpcb& tp) noexcept
@@ -149,7 +147,7 @@ void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpc
         pend = next;
     }
 
-    const u32 handle = tp.handle;
+    const tp_ref swept{tp};
     while (true) {
         pndcb* pend = tp.verb_q.first();
         while (pend != nullptr && pend->doomed == 0)
@@ -157,7 +155,7 @@ void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpc
         if (pend == nullptr)
             return;
         vav_call_appl(tp, *pend);
-        if (find_tp(handle) != &tp)
+        if (swept.find() == nullptr)
             return;
     }
 }

@@ -4,6 +4,7 @@
 #include "common/runtime_log.h"
 #include "v6/records/main_cb.h"
 #include "v6/records/modules.h"
+#include "v6/vav/lifecycle.h"
 #include "v6/vav3264/convert.h"
 #include "v6/vavsub/answers.h"
 #include "v6/vavsub/completion.h"
@@ -27,12 +28,12 @@ u16 drop(log_point point) noexcept
     return NODE_RESULT_DONE;
 }
 
-// The verb that a message answers, or null: the record must wait on this TP, and the message be long enough for its
-// block.
+// The verb that a message answers, or null: the record must wait on this TP, the TP have a path to be answered on, and the
+// message be long enough for the verb's block.
 pndcb* answered_verb(const tpcb& tp, const verb_message_header& header) noexcept
 {
     auto* pend = static_cast<pndcb*>(nba_validate_handle(header.pend_handle));
-    if (pend == nullptr || pend->tp_handle != tp.handle || !is_linked(pend->link) || pend->imp_forget != 0)
+    if (pend == nullptr || tp.path == 0 || pend->tp_handle != tp.handle || !is_linked(pend->link) || pend->imp_forget != 0)
         return nullptr;
     if (tp.set_tp_waiter == pend)
         return nullptr;  // answered already
@@ -107,8 +108,10 @@ u16 receive(u32 path, rcv_info& info) noexcept
 
 u16 vav_path_callback(u32 path, rcv_info* info)
 {
-    info->result = receive(path, *info);
-    return info->result;
+    const u16 result = receive(path, *info);
+    stop_after_last_tp();
+    info->result = result;
+    return result;
 }
 
 u16 vav_data_callback(u32, rcv_info* info)

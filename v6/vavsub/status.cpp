@@ -83,9 +83,10 @@ void fail_wait(tpcb& tp, pndcb& pend, u32 status) noexcept
     end_wait(tp, pend);
 }
 
-// Completes everything that a TP has outstanding, as abended. Result: whether the TP is still there.
-bool abend_all(tpcb& tp, u32 handle) noexcept
+// Completes everything that a TP has outstanding, as abended.
+void abend_all(tpcb& tp) noexcept
 {
+    const tp_ref swept{tp};
     recover_set_tp(tp);
     while (true) {
         if (pndcb* forgotten = tp.forget_q.first()) {
@@ -95,10 +96,10 @@ bool abend_all(tpcb& tp, u32 handle) noexcept
                 set_codes(pend->vcb, COMMS_SUBSYSTEM_ABENDED, 0);
             vav_call_appl(tp, *pend);
         } else {
-            return true;
+            return;
         }
-        if (find_tp(handle) != &tp)
-            return false;
+        if (swept.find() == nullptr)
+            return;
     }
 }
 
@@ -128,33 +129,24 @@ void vav_sys_term() noexcept
 {
     log_problem(LOG_NODE_TERMINATED, 217, "");
     main_cb.state = NODE_TERMINATED;
-    void* entry = nullptr;
-    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
-         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
-        auto* tp = static_cast<tpcb*>(entry);
-        if (tp == nullptr)
-            continue;
-        const u16 sync_waiters = tp->sync_waiters;
-        if (abend_all(*tp, handle))
-            end_tp(handle, sync_waiters);
-    }
-    stop_after_last_tp();
+    for_each_tp(VAVSUB, [](tpcb& tp) {
+        const tp_ref ended{tp};
+        abend_all(tp);
+        end_tp(ended);
+        return true;
+    });
 }
 
 void vav_appl_forked() noexcept
 {
-    void* entry = nullptr;
-    for (u32 handle = vtm_get_next_used(main_cb.tp_table, 0, &entry); handle != 0;
-         handle = vtm_get_next_used(main_cb.tp_table, handle, &entry)) {
-        auto* tp = static_cast<tpcb*>(entry);
-        if (tp == nullptr)
-            continue;
-        recover_set_tp(*tp);
-        while (pndcb* pend = tp->verb_q.first())
+    for_each_tp(VAVSUB, [](tpcb& tp) {
+        recover_set_tp(tp);
+        while (pndcb* pend = tp.verb_q.first())
             vav_free_pend(pend);
-        tp->path = 0;  // the parent's
-        vav_free_tpcb(tp);
-    }
+        tp.path = 0;  // the parent's
+        vav_free_tpcb(&tp);
+        return true;
+    });
     main_cb.path_user = 0;  // the parent's, too
     vav_terminate();
 }
