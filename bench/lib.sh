@@ -26,7 +26,7 @@ has()
 # run_under_callgrind OUT RUNTIME VERB TPS IN_FLIGHT TIMES
 run_under_callgrind()
 {
-    valgrind --tool=callgrind --callgrind-out-file="$1" --dump-line=no --compress-strings=no --compress-pos=no \
+    valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$1" --dump-line=no --compress-strings=no --compress-pos=no \
         "$programs/verb_loop_$2" "$3" "$6" "$4" "$5" "$long" >"$1.log" 2>&1 || { cat "$1.log" >&2; return 1; }
 }
 

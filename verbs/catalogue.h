@@ -19,6 +19,14 @@ struct block_format {
     constexpr bool exists() const noexcept { return length != 0; }
 };
 
+// What issuing the verb means. One case each in v6/vav/dispatch.
+enum class issue_rule : u8 {
+    on_tp,      // queued on its TP and sent
+    starts_tp,  // makes a TP, and starts the library
+    registers,  // told to the node by datagram, complete at once
+    cancels,    // on its TP, or of a start that has no TP identifier yet
+};
+
 // How the block travels to the node. One case each in v6/vav/send.
 enum class send_rule : u8 {
     whole_block,  // as it is
@@ -63,12 +71,26 @@ struct verb_row {
     const char* name;
     block_format format[2];
     bool conv_verb;  // carries a conversation identifier at offset 20
+    issue_rule issue = issue_rule::on_tp;
     send_rule send = send_rule::whole_block;
     data_buffer sent[2] = {};   // sent behind the block
     u16 received_into = 0;      // address of the buffer that the answer's data goes to
     result_rule result = result_rule::whole_block;
     status_bytes status = {};
     u16 post_callback = 0;      // address of the routine that the block itself names for completion
+    u16 travels = 0;            // node length of both formats where they travel alike; 0: as the format says
+
+    // By what a block of this format is converted. A format that no verb has counts as 1.
+    constexpr const block_format& layout(u8 of_format) const noexcept { return format[of_format == 0 ? 0 : 1]; }
+
+    // Length of the block on its way to the node and back, in the node's layout.
+    constexpr u16 travelling_length(u8 of_format) const noexcept
+    {
+        return travels != 0 ? travels : layout(of_format).node_length;
+    }
+
+    // Whether the block names its TP, by an identifier that the node knows by another.
+    constexpr bool names_tp() const noexcept { return issue != issue_rule::starts_tp; }
 };
 
 inline constexpr verb_row verbs[] = {
@@ -100,14 +122,17 @@ inline constexpr verb_row verbs[] = {
     {.opcode = TEST_RTS, .name = "TEST_RTS", .format = {{28, 28, 0, 0}, {}}, .conv_verb = true},
     {.opcode = TP_ENDED, .name = "TP_ENDED", .format = {{24, 24, 0, 0}, {}}, .conv_verb = false},
     {.opcode = TP_STARTED, .name = "TP_STARTED", .format = {{112, 112, 0, 0}, {}}, .conv_verb = false,
-     .send = send_rule::tp_started, .result = result_rule::tp_started},
+     .issue = issue_rule::starts_tp, .send = send_rule::tp_started, .result = result_rule::tp_started,
+     .travels = 112},
     {.opcode = RECEIVE_ALLOCATE, .name = "RECEIVE_ALLOCATE", .format = {{164, 164, 0, 0}, {164, 164, 0, 0}}, .conv_verb = false,
-     .send = send_rule::receive_allocate, .result = result_rule::receive_allocate},
+     .issue = issue_rule::starts_tp, .send = send_rule::receive_allocate,
+     .result = result_rule::receive_allocate, .travels = 192},
     {.opcode = GET_TP_PROPERTIES, .name = "GET_TP_PROPERTIES", .format = {{156, 156, 0, 0}, {184, 184, 0, 0}},
      .conv_verb = false, .result = result_rule::get_tp_properties},
     {.opcode = SEND_CONVERSATION, .name = "SEND_CONVERSATION", .format = {{192, 208, 0x9C, 0xBC}, {}}, .conv_verb = false,
      .sent = {{0x98, 0x9C}, {0xBA, 0xBC}}, .result = result_rule::group_id},
-    {.opcode = CANCEL_CONV, .name = "CANCEL_CONV", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true},
+    {.opcode = CANCEL_CONV, .name = "CANCEL_CONV", .format = {{24, 24, 0, 0}, {}}, .conv_verb = true,
+     .issue = issue_rule::cancels},
     {.opcode = SET_TP_PROPERTIES, .name = "SET_TP_PROPERTIES", .format = {{100, 100, 0, 0}, {}}, .conv_verb = false,
      .send = send_rule::set_tp_properties, .result = result_rule::set_tp_properties},
     {.opcode = GET_LU_STATUS, .name = "GET_LU_STATUS", .format = {{40, 40, 0, 0}, {}}, .conv_verb = false},
@@ -117,13 +142,13 @@ inline constexpr verb_row verbs[] = {
     {.opcode = RECEIVE_EXPEDITED_DATA, .name = "RECEIVE_EXPEDITED_DATA", .format = {{40, 48, 0x24, 0}, {}}, .conv_verb = true,
      .received_into = 0x24, .result = result_rule::own_pointer},
     {.opcode = RECEIVE_ALLOCATE_CPIC, .name = "RECEIVE_ALLOCATE_CPIC", .format = {{200, 208, 0xC4, 0}, {200, 208, 0xC4, 0}},
-     .conv_verb = false, .send = send_rule::never},
+     .conv_verb = false, .issue = issue_rule::starts_tp, .send = send_rule::never},
     {.opcode = REGISTER_CPIC_TP, .name = "REGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
-     .send = send_rule::never},
+     .issue = issue_rule::registers, .send = send_rule::never},
     {.opcode = UNREGISTER_CPIC_TP, .name = "UNREGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
-     .send = send_rule::never},
+     .issue = issue_rule::registers, .send = send_rule::never},
     {.opcode = RECEIVE_ALLOCATE_EX, .name = "RECEIVE_ALLOCATE_EX", .format = {{}, {192, 192, 0, 0}}, .conv_verb = false,
-     .send = send_rule::never},
+     .issue = issue_rule::starts_tp, .send = send_rule::never},
 };
 
 // Opcodes lie in two ranges, each with its own exported tables.
@@ -164,14 +189,10 @@ constexpr const verb_row* find_verb(u16 opcode) noexcept
 static_assert(find_verb(SEND_DATA)->opcode == SEND_DATA && find_verb(RECEIVE_ALLOCATE_EX)->opcode == RECEIVE_ALLOCATE_EX);
 static_assert(find_verb(0) == nullptr && find_verb(0x0015) == nullptr && find_verb(FIRST_TP_SERVER_OPCODE) == nullptr);
 
+// All three travel as RECEIVE_ALLOCATE.
 constexpr bool is_receive_allocate(u16 opcode) noexcept
 {
     return opcode == RECEIVE_ALLOCATE || opcode == RECEIVE_ALLOCATE_EX || opcode == RECEIVE_ALLOCATE_CPIC;
-}
-
-constexpr bool is_post_verb(u16 opcode) noexcept
-{
-    return opcode == RECEIVE_AND_POST || opcode == TEST_RTS_AND_POST;
 }
 
 }  // namespace tessaly

@@ -157,13 +157,13 @@ verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
 verdict conversation_verb(node& n, request& verb)
 {
     conv_side* const side = find_side(n, verb);
+    const std::optional<reading> read = read_block(verb, side != nullptr ? side->sync_level : u8{APPC_SYNC_NONE});
+    if (!read)
+        return not_supported(verb);
     if (side == nullptr)
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID);
     if (!fits_type(verb, *side))
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE);
-    const std::optional<reading> read = read_block(verb, *side);
-    if (!read)
-        return not_supported(verb);
     if (read->wrong != 0)
         return refuse(verb, PARAMETER_CHECK, read->wrong);
     return act_on(n, *side, verb, *read);

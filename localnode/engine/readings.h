@@ -11,7 +11,7 @@ struct reading {
     u32 wrong = 0;                      // secondary code of PARAMETER_CHECK, 0 for none
 };
 
-// The verb must have a row in the state table; none otherwise.
-std::optional<reading> read_block(const request& verb, const conv_side& side) noexcept;
+// For a conversation of that sync level. None for a verb that the engine does not do.
+std::optional<reading> read_block(const request& verb, u8 sync_level) noexcept;
 
 }  // namespace tessaly::node

@@ -181,14 +181,20 @@ TEST_F(Refusal, of_wrong_fields_of_conversation_verbs_says_which)
     appc_send_data no_buffer = send_data(conv);
     no_buffer.dlen = 5;
     EXPECT_EQ(tp.codes(no_buffer), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
-    appc_test_rts_and_post post{};
-    post.opcode = TEST_RTS_AND_POST;
-    post.opext = APPC_MAPPED_CONVERSATION;
-    post.conv_id = conv;
-    EXPECT_EQ(tp.codes(post), (rc{FUNCTION_NOT_SUPPORTED, 0}));
     EXPECT_EQ(state_of(tp, conv), APPC_STATE_SEND) << "none of them changed anything";
     tp.tp_id[0] ^= 1;
     EXPECT_EQ(tp.codes(plain(FLUSH, conv)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
+}
+
+TEST_F(Refusal, of_verbs_that_are_not_there_yet_is_honest)
+{
+    program a = start_tp(w);
+    for (const u16 opcode :
+         {SEND_CONVERSATION, SEND_EXPEDITED_DATA, RECEIVE_EXPEDITED_DATA, TEST_RTS_AND_POST, GET_LU_STATUS}) {
+        appc_send_conversation verb{};  // the longest of them
+        verb.opcode = opcode;
+        EXPECT_EQ(a.codes(verb), (rc{FUNCTION_NOT_SUPPORTED, 0})) << opcode;
+    }
 }
 
 struct malformation {

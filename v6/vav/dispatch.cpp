@@ -58,11 +58,6 @@ void promote_format(const verb_call& call) noexcept
     }
 }
 
-bool starts_library(u16 opcode) noexcept
-{
-    return opcode == TP_STARTED || opcode == REGISTER_CPIC_TP || is_receive_allocate(opcode);
-}
-
 // Result: whether the library has started; else the verb has its codes.
 bool start_library(const verb_call& call) noexcept
 {
@@ -113,9 +108,9 @@ bool reserve_set_tp(tpcb& tp) noexcept
 }
 
 // TP_STARTED and the receive-allocate verbs: everything is made, or nothing.
-u16 start_tp(verb_call& call) noexcept
+u16 start_tp(verb_call& call, const verb_row& verb) noexcept
 {
-    const bool tp_started = header_of(call.vcb).opcode == TP_STARTED;
+    const bool tp_started = verb.opcode == TP_STARTED;
 
     tpcb* tp = nullptr;
     if (vav_alloc_tpcb(&tp) == 0)
@@ -197,7 +192,7 @@ u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
         return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
     }
     queue(call, tp, *pend);
-    vav_send_verb(tp, *pend);  // a broken path shows as a path failure
+    vav_send_verb(tp, *pend, verb);  // a broken path shows as a path failure
     if (verb.opcode == TP_ENDED)
         tp.state = TP_ENDING;
     call.tp = &tp;
@@ -205,50 +200,60 @@ u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
     return VAV_IN_PROGRESS;
 }
 
-// A TP whose path failed takes TP_ENDED only, and that releases it.
-u16 refuse_failed_tp(const verb_call& call, tpcb& tp) noexcept
+// A TP that does not take verbs. TP_ENDED on one whose path failed releases it.
+u16 refuse_on(const verb_call& call, tpcb* tp) noexcept
 {
+    if (tp == nullptr || tp->state == TP_ENDING || tp->state == TP_GONE)
+        return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
     if (header_of(call.vcb).opcode == TP_ENDED)
-        end_tp(tp_ref{tp});
+        end_tp(tp_ref{*tp});
     return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
 }
 
-u16 dispatch(verb_call& call) noexcept
+u16 issue_on_tp(verb_call& call, const verb_row& verb) noexcept
 {
-    const u16 opcode = header_of(call.vcb).opcode;
+    tpcb* tp = find_tp(tp_handle_in(header_of(call.vcb).tp_id));
+    if (tp == nullptr || tp->state != TP_ACTIVE)
+        return refuse_on(call, tp);
+    if (verb.issue == issue_rule::cancels && header_of(call.vcb).conv_id == 0)
+        return cancel_allocate(call, *tp);
+    return send_on_tp(call, *tp, verb);
+}
+
+u16 issue_registration(const verb_call& call, const verb_row& verb) noexcept
+{
+    if (verb.opcode == REGISTER_CPIC_TP)
+        vav_register_cpic_tp(call.vcb);
+    else
+        vav_unregister_cpic_tp(call.vcb);
+    return VAV_COMPLETE;
+}
+
+bool starts_library(const verb_row& verb) noexcept
+{
+    return verb.issue == issue_rule::starts_tp || verb.opcode == REGISTER_CPIC_TP;
+}
+
+u16 dispatch(verb_call& call, const verb_row* verb) noexcept
+{
     header_of(call.vcb).primary_rc = OK;
 
     if (main_cb.in_callback != 0 && call.callback == vav_sync_callback)
         return complete(call, STATE_CHECK, SEC_IN_CALLBACK);
-    if (main_cb.state == NOT_STARTED && starts_library(opcode) && !start_library(call))
+    if (main_cb.state == NOT_STARTED && verb != nullptr && starts_library(*verb) && !start_library(call))
         return VAV_COMPLETE;
     if (main_cb.state == NODE_TERMINATED)
         return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
-
-    const verb_row* verb = find_verb(opcode);
     if (!is_valid_verb(call, verb))
         return VAV_COMPLETE;
-    if (opcode == REGISTER_CPIC_TP) {
-        vav_register_cpic_tp(call.vcb);
-        return VAV_COMPLETE;
-    }
-    if (opcode == UNREGISTER_CPIC_TP) {
-        vav_unregister_cpic_tp(call.vcb);
-        return VAV_COMPLETE;
-    }
-    if (opcode == TP_STARTED || is_receive_allocate(opcode))
-        return start_tp(call);
-    if (opcode == CANCEL_CONV && has_zero_tp_id(call.vcb))
-        return cancel_start(call);
 
-    tpcb* tp = find_tp(tp_handle_in(header_of(call.vcb).tp_id));
-    if (tp == nullptr || tp->state == TP_ENDING || tp->state == TP_GONE)
-        return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
-    if (tp->state == TP_FAILED)
-        return refuse_failed_tp(call, *tp);
-    if (opcode == CANCEL_CONV && header_of(call.vcb).conv_id == 0)
-        return cancel_allocate(call, *tp);
-    return send_on_tp(call, *tp, *verb);
+    switch (verb->issue) {
+    case issue_rule::on_tp: return issue_on_tp(call, *verb);
+    case issue_rule::starts_tp: return start_tp(call, *verb);
+    case issue_rule::registers: return issue_registration(call, *verb);
+    case issue_rule::cancels: return has_zero_tp_id(call.vcb) ? cancel_start(call) : issue_on_tp(call, *verb);
+    }
+    return VAV_COMPLETE;
 }
 
 }  // namespace
@@ -266,10 +271,10 @@ u16 vav_async_verb(void* vcb, appc_completion callback, u32 corr, api_type api, 
     if (api_trace_on())
         seputrap(TRACE_REQUEST, vcb);
 
-    const u16 opcode = header_of(vcb).opcode;
-    const u16 result = dispatch(call);
+    const verb_row* verb = find_verb(header_of(vcb).opcode);
+    const u16 result = dispatch(call, verb);
     if (result == VAV_IN_PROGRESS) {
-        if (is_synchronous(api) && !is_post_verb(opcode))
+        if (is_synchronous(api) && verb->post_callback == 0)
             ++call.tp->sync_waiters;
     } else if (api_trace_on()) {
         seputrap(TRACE_RESPONSE, vcb);

@@ -38,11 +38,13 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
     const process_lock lock;
     vpm_process_pending_events();
 
-    const u16 opcode = header_of(vcb).opcode;
+    const verb_row* verb = find_verb(header_of(vcb).opcode);
     tpcb* tp = nullptr;
     u32 wait_object = 0;
     pndcb* pend = nullptr;
-    if (vav_async_verb(vcb, vav_sync_callback, 0, api, &tp, &wait_object, &pend) != VAV_IN_PROGRESS || is_post_verb(opcode))
+    if (vav_async_verb(vcb, vav_sync_callback, 0, api, &tp, &wait_object, &pend) != VAV_IN_PROGRESS)
+        return;
+    if (verb->post_callback != 0)
         return;
 
     const u32 stops = main_cb.stops;
@@ -52,7 +54,7 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
     if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
         return;
     --tp->sync_waiters;
-    release_record(pend, opcode);
+    release_record(pend, verb->opcode);
     nba_mm_refresh(2);
 
     if (tp->state == TP_GONE && tp->sync_waiters == 0 && tp->sweeps == 0) {

@@ -130,7 +130,7 @@ u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_cor
     }
     tp.saved_opcode = block.opcode;
     block.opcode = RECEIVE_ALLOCATE;  // every variant travels under this opcode
-    vav_send_verb(tp, pend);
+    vav_send_verb(tp, pend, *find_verb(RECEIVE_ALLOCATE));
     return 0;
 }
 

@@ -1,5 +1,6 @@
 #include "v6/vav/send.h"
 
+#include "common/copy_block.h"
 #include "common/ebcdic.h"
 #include "common/invariant.h"
 #include "v6/records/main_cb.h"
@@ -95,17 +96,17 @@ u16 copy_set_tp_properties(u8* dest, const void* vcb) noexcept
     return sizeof(appc_set_tp_properties);
 }
 
-u16 copy_whole(u8* dest, const void* vcb, const verb_row& verb) noexcept
+u16 copy_whole(u8* dest, const void* vcb, const block_format& format) noexcept
 {
-    const u16 length = verb.format[header_of(vcb).format].length;
-    std::memcpy(dest, vcb, length);
-    return length;
+    copy_block(dest, vcb, format.length);
+    return format.length;
 }
 
-u16 copy_by_rule(u8* dest, const void* vcb, const verb_row& verb) noexcept
+// Copies an application's block as the node expects it; dest is zeroed. Result: bytes that it takes there, in the caller's layout.
+u16 vav_copy_verb_send(u8* dest, const void* vcb, const verb_row& verb, const block_format& format) noexcept
 {
     switch (verb.send) {
-    case send_rule::whole_block: return copy_whole(dest, vcb, verb);
+    case send_rule::whole_block: return copy_whole(dest, vcb, format);
     case send_rule::allocate: return copy_allocate(dest, vcb);
     case send_rule::receive_allocate: return copy_receive_allocate(dest, vcb);
     case send_rule::deallocate: return copy_deallocate(dest, vcb);
@@ -134,6 +135,7 @@ sent_data take_buffer(u8* block, const data_buffer& at) noexcept
 
 void fill_header(verb_message_header& header, const tpcb& tp, const pndcb& pend) noexcept
 {
+    header = {};
     header.owner_link = static_cast<u32>(reinterpret_cast<std::uintptr_t>(&main_cb.message));
     header.dest_corr = tp.node_corr;
     header.kind = VERB_MESSAGE_KIND;
@@ -142,49 +144,43 @@ void fill_header(verb_message_header& header, const tpcb& tp, const pndcb& pend)
     header.pend_handle = pend.handle;
 }
 
-}  // namespace
-
-void vav_copy_verb_send(u8* dest, const void* vcb, u16* length) noexcept
+// Two buffers are two sends: the first carries the message and a buffer, the second the other buffer alone.
+u16 send_with_data(u32 path, verb_message& message, const sent_data& first, const sent_data& second) noexcept
 {
-    const verb_row* verb = find_verb(header_of(vcb).opcode);
-    *length = verb == nullptr || header_of(vcb).format > 1 ? u16{0} : copy_by_rule(dest, vcb, *verb);
+    const u32 contig_length = message.header.buf_len;
+    message.header.msg_len = contig_length + first.bytes + second.bytes;
+    const sent_data& behind = first.bytes != 0 ? first : second;
+    const u16 status = vpm_send_ips(path, &message, contig_length, behind.address, behind.bytes);
+    if (first.bytes == 0 || second.bytes == 0)
+        return status;
+    return vpm_send_ips(path, nullptr, 0, second.address, second.bytes);
 }
 
-u16 vav_send_verb(tpcb& tp, pndcb& pend) noexcept
+}  // namespace
+
+u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
 {
     verb_message& message = main_cb.message;
-    std::memset(&message, 0, VAV_MAX_SIZE);
-    fill_header(message.header, tp, pend);
-
-    u16 length = 0;
-    vav_copy_verb_send(message.block, pend.vcb, &length);
-    u32 contig_length = sizeof message.header + length;
-    if (!invariant(contig_length <= VAV_MAX_SIZE, VAV, "contig_length <= VAV_MAX_SIZE"))
+    const block_format& format = verb.layout(header_of(pend.vcb).format);
+    const u32 travels = verb.travelling_length(header_of(pend.vcb).format);
+    if (!invariant(travels <= sizeof message.block && travels >= BLOCK_STEP, VAV, "contig_length <= VAV_MAX_SIZE"))
         return 1;
 
-    const u16 opcode = header_of(pend.vcb).opcode;
-    if (opcode != TP_STARTED && opcode != RECEIVE_ALLOCATE)
+    fill_header(message.header, tp, pend);
+    clear_block(message.block, travels);  // the block grows into bytes that must be zero
+    const u16 length = vav_copy_verb_send(message.block, pend.vcb, verb, format);
+    if (verb.names_tp())
         std::memcpy(header_of(message.block).tp_id, tp.node_tp_id, TP_ID_BYTES);
 
-    const verb_row* verb = find_verb(opcode);
-    if (verb == nullptr)
-        return 1;
-    sent_data data[2] = {take_buffer(message.block, verb->sent[0]), take_buffer(message.block, verb->sent[1])};
-    if (verb->received_into != 0)
-        store<u32>(message.block, verb->received_into, 0);
+    const sent_data first = take_buffer(message.block, verb.sent[0]);
+    const sent_data second = take_buffer(message.block, verb.sent[1]);
+    if (verb.received_into != 0)
+        store<u32>(message.block, verb.received_into, 0);
 
     u16 growth = 0;
-    vav_make_vcb_64bit(message.block, &growth);
-    contig_length += growth;
-    if (!invariant(contig_length <= VAV_MAX_SIZE, VAV, "contig_length <= VAV_MAX_SIZE"))
-        return 1;
-    message.header.buf_len = contig_length;
-    message.header.msg_len = contig_length + data[0].bytes + data[1].bytes;
-
-    if (data[0].bytes == 0)
-        return vpm_send_ips(tp.path, &message, contig_length, data[1].address, data[1].bytes);
-    const u16 status = vpm_send_ips(tp.path, &message, contig_length, data[0].address, data[0].bytes);
-    return data[1].bytes == 0 ? status : vpm_send_ips(tp.path, nullptr, 0, data[1].address, data[1].bytes);
+    vav_make_vcb_64bit(message.block, format, &growth);
+    message.header.buf_len = sizeof message.header + length + growth;
+    return send_with_data(tp.path, message, first, second);
 }
 
 }  // namespace tessaly

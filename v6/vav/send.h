@@ -3,15 +3,12 @@
 
 #include "common/types.h"
 #include "v6/records/tpcb.h"
+#include "verbs/catalogue.h"
 
 namespace tessaly {
 
-// Builds the message of a queued verb and sends it on the TP's path. Result: the runtime's last status, which callers
-// do not look at: a failed send shows up as a path failure.
-u16 vav_send_verb(tpcb& tp, pndcb& pend) noexcept;
-
-// Copies an application's block as the node expects it; dest is zeroed and has room for it. length: bytes it takes
-// there, in the caller's layout.
-void vav_copy_verb_send(u8* dest, const void* vcb, u16* length) noexcept;
+// Builds the message of a queued verb by its row and sends it on the TP's path. Result: the runtime's last status, which callers do
+// not look at: a failed send shows up as a path failure.
+u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept;
 
 }  // namespace tessaly

@@ -9,6 +9,7 @@
 #include "v6/vav/send.h"
 #include "v6/vav/version.h"
 #include "v6/vavsub/completion.h"
+#include "verbs/catalogue.h"
 
 #include <arpa/inet.h>
 
@@ -78,7 +79,7 @@ u16 send_to(u32 node, tpcb& tp, pndcb& pend) noexcept
     tp.path = vpm_create_path(main_cb.path_user, node, 1, vav_appc_caps);
     if (tp.path == 0)
         return give_up(pend, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
-    vav_send_verb(tp, pend);
+    vav_send_verb(tp, pend, *find_verb(TP_STARTED));
     return 1;
 }
 

@@ -1,3 +1,2 @@
 target_sources(tessaly_objects PRIVATE
-    ${CMAKE_CURRENT_LIST_DIR}/convert.cpp
     ${CMAKE_CURRENT_LIST_DIR}/layout_tables.cpp)

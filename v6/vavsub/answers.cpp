@@ -145,7 +145,7 @@ u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept
                   "(opcode == VAV_HDR(pndcb->vcb)->opcode) || (opcode == NAP_B_SEND_CONVERSATION)");
     if (copied) {
         u16 shrink = 0;
-        vav_make_vcb_32bit(block, opcode, travelling_format(opcode, header_of(pend.vcb).format), &shrink);
+        vav_make_vcb_32bit(block, verb->layout(header_of(pend.vcb).format), &shrink);
         header.buf_len -= shrink;
         header.msg_len -= shrink;
         vav_copy_vcb(pend.vcb, block, opcode);

@@ -5,12 +5,12 @@
 #include "v6/records/main_cb.h"
 #include "v6/records/modules.h"
 #include "v6/vav/lifecycle.h"
-#include "v6/vav3264/convert.h"
 #include "v6/vavsub/answers.h"
 #include "v6/vavsub/completion.h"
 #include "v6/vavsub/failure.h"
 #include "v6/vavsub/status.h"
 #include "verbs/block.h"
+#include "verbs/catalogue.h"
 #include "wire/datagrams.h"
 
 namespace tessaly {
@@ -39,8 +39,9 @@ pndcb* answered_verb(const tpcb& tp, const verb_message_header& header) noexcept
         return nullptr;  // answered already
     if (pend->vcb == nullptr)
         return header.buf_len >= HEADER + sizeof(block_header) ? pend : nullptr;
-    const block_header& issued = header_of(pend->vcb);
-    return header.buf_len >= HEADER + travelling_length(issued.opcode, issued.format) ? pend : nullptr;
+    const verb_row* verb = find_verb(header_of(pend->vcb).opcode);
+    const u32 needed = verb == nullptr ? sizeof(block_header) : verb->travelling_length(header_of(pend->vcb).format);
+    return header.buf_len >= HEADER + needed ? pend : nullptr;
 }
 
 // The DEALLOCATE whose conversation is forgotten: it waits for that, or its own answer has not come yet.

@@ -6,6 +6,7 @@
 #include "v6/records/modules.h"
 #include "v6/records/pend_cache.h"
 #include "v6/vav/send.h"
+#include "verbs/catalogue.h"
 
 #include <pwd.h>
 #include <unistd.h>
@@ -50,11 +51,9 @@ u16 vav_issue_set_tp(tpcb& tp, pndcb& started) noexcept
     set_vcb->set_user_id = 1;
     write_user_id(set_vcb->user_id, user->pw_name);
 
-    pend->callback = nullptr;
-    pend->cancelled = 0;
     queue_verb(tp, *pend, set_vcb, 0);
     tp.set_tp_waiter = &started;
-    vav_send_verb(tp, *pend);
+    vav_send_verb(tp, *pend, *find_verb(SET_TP_PROPERTIES));
     return VAV_IN_PROGRESS;
 }
 
