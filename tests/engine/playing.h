@@ -52,11 +52,6 @@ struct answered {
 };
 
 // EBCDIC, padded with blanks; an alias stays ASCII.
-template <std::size_t N>
-void name(u8 (&field)[N], std::string_view text);
-template <std::size_t N>
-void alias(u8 (&field)[N], std::string_view text);
-
 void put_ebcdic(u8* field, std::size_t width, std::string_view text);
 void put_ascii(u8* field, std::size_t width, std::string_view text);
 std::string ebcdic_text(const u8* field, std::size_t width);  // without the blanks behind it
