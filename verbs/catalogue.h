@@ -142,13 +142,13 @@ inline constexpr verb_row verbs[] = {
     {.opcode = RECEIVE_EXPEDITED_DATA, .name = "RECEIVE_EXPEDITED_DATA", .format = {{40, 48, 0x24, 0}, {}}, .conv_verb = true,
      .received_into = 0x24, .result = result_rule::own_pointer},
     {.opcode = RECEIVE_ALLOCATE_CPIC, .name = "RECEIVE_ALLOCATE_CPIC", .format = {{200, 208, 0xC4, 0}, {200, 208, 0xC4, 0}},
-     .conv_verb = false, .issue = issue_rule::starts_tp, .send = send_rule::never},
+     .conv_verb = false, .issue = issue_rule::starts_tp, .send = send_rule::never, .travels = 192},
     {.opcode = REGISTER_CPIC_TP, .name = "REGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
      .issue = issue_rule::registers, .send = send_rule::never},
     {.opcode = UNREGISTER_CPIC_TP, .name = "UNREGISTER_CPIC_TP", .format = {{76, 76, 0, 0}, {}}, .conv_verb = false,
      .issue = issue_rule::registers, .send = send_rule::never},
     {.opcode = RECEIVE_ALLOCATE_EX, .name = "RECEIVE_ALLOCATE_EX", .format = {{}, {192, 192, 0, 0}}, .conv_verb = false,
-     .issue = issue_rule::starts_tp, .send = send_rule::never},
+     .issue = issue_rule::starts_tp, .send = send_rule::never, .travels = 192},
 };
 
 // Opcodes lie in two ranges, each with its own exported tables.

@@ -571,6 +571,13 @@ typedef struct appc_test_rts {
     appc_u8 reserved_24[4];
 } appc_test_rts;
 
+/* APPC_OP_IMPLIED_FORGET. */
+typedef struct appc_forget_indication {
+    APPC_CONVERSATION_HEADER;
+    appc_u8 forget_type; /*  24  APPC_FORGET_... */
+    appc_u8 reserved_25[3];
+} appc_forget_indication;
+
 /* TEST_RTS_AND_POST: completes when the partner asks for the turn. */
 typedef struct appc_test_rts_and_post {
     APPC_CONVERSATION_HEADER;

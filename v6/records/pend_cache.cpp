@@ -118,8 +118,11 @@ void release_pend_cache() noexcept
         if (pend == nullptr)
             continue;
         const bool in_use = (vav_pend_cache.free_slots[slot / 32] >> (slot % 32) & 1) == 0;
-        if (in_use)
+        if (in_use) {
             nba_destroy_handle(pend->handle);
+            if (pend->wait_obj != 0)
+                vpm_release_wait_object(pend->wait_obj);
+        }
         nba_mm_free(pend, 0);
         pend = nullptr;
         set_slot_free(slot, true);

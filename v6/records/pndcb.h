@@ -11,6 +11,8 @@ namespace tessaly {
 
 inline constexpr u16 NOT_CACHED = 0xFFFF;
 
+enum sweep_mark_type : u16 { NOT_MARKED, MARKED_CANCELLED, MARKED_AS_IT_IS };
+
 struct pndcb {
     list_link link;  // in its TP's verb_q or forget_q
     u32 handle;      // names the record to the node; new on every allocation
@@ -19,7 +21,7 @@ struct pndcb {
     u16 imp_forget;  // 1: waits on forget_q for the implied forget of a DEALLOCATE
     u16 forgotten;   // 1: its implied forget has already been delivered
     u16 cancelled;   // 1: the application cancelled the receive-allocate that it records
-    u16 doomed;      // 1: a cancelling sweep has set its codes and will complete it
+    sweep_mark_type sweep_mark;  // whether a cancelling sweep will complete it
     appc_completion callback;             // null: an internal verb
     appc_implied_forget forget_callback;  // while imp_forget is set
     u32 corr;                             // for the callback: a synchronous verb's wait object, or the forget value

@@ -48,9 +48,14 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
         return;
 
     const u32 stops = main_cb.stops;
+    const u32 handle = pend != nullptr ? pend->handle : 0;
     vpm_sleep(wait_object, NO_TIME_LIMIT);
-    if (main_cb.stops != stops)
-        return;  // the process forked meanwhile: TP and record are gone with the parent's verbs
+    if (main_cb.stops != stops) {
+        // The process forked meanwhile. The TP is gone with the parent's verbs, and so is the record unless it had been answered.
+        if (handle != 0 && nba_validate_handle(handle) == pend)
+            vav_free_pend(pend);
+        return;
+    }
     if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
         return;
     --tp->sync_waiters;

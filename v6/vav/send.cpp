@@ -177,8 +177,7 @@ u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
     if (verb.received_into != 0)
         store<u32>(message.block, verb.received_into, 0);
 
-    u16 growth = 0;
-    vav_make_vcb_64bit(message.block, format, &growth);
+    const u16 growth = vav_make_vcb_64bit(message.block, format);
     message.header.buf_len = sizeof message.header + length + growth;
     return send_with_data(tp.path, message, first, second);
 }

@@ -6,18 +6,18 @@
 
 namespace tessaly {
 
-// Widens a block; its buffer must have room for the node layout, with zeros behind the block. grow: bytes by which it grew, 0 for a
-// verb without pointers.
-inline void vav_make_vcb_64bit(u8* vcb, const block_format& format, u16* grow) noexcept
+// Widens a block; its buffer must have room for the node layout, with zeros behind the block. Result: bytes by which it grew, 0 for
+// a verb without pointers.
+inline u16 vav_make_vcb_64bit(u8* vcb, const block_format& format) noexcept
 {
-    *grow = widen_block(vcb, format);
+    return widen_block(vcb, format);
 }
 
 // Narrows the node's answer by the format in which its verb travelled, by which its length was checked, whatever the answer says of
-// itself. shrink: bytes by which it shrank.
-inline void vav_make_vcb_32bit(u8* vcb, const block_format& format, u16* shrink) noexcept
+// itself. Result: bytes by which it shrank.
+inline u16 vav_make_vcb_32bit(u8* vcb, const block_format& format) noexcept
 {
-    *shrink = narrow_block(vcb, format);
+    return narrow_block(vcb, format);
 }
 
 // Fills the exported pointer-offset tables. At library start.

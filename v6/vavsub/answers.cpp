@@ -41,7 +41,7 @@ void tp_ended(const answer& got) noexcept
     return_tp_id(got);
     log_audit(LOG_TP_ENDED, 212, "ba", TP_ID_BYTES, tp.tp_id);
     const tp_ref ended{tp};
-    vav_cancel_verbs_in_list(0, tp.verb_q.first(), &got.pend, tp);
+    vav_cancel_verbs_in_list(0, got.pend, tp);
     end_tp(ended);
 }
 
@@ -49,7 +49,7 @@ void conversation_cancelled(const answer& got) noexcept
 {
     const u32 conversation = header_of(got.block).conv_id;
     return_tp_id(got);
-    vav_cancel_verbs_in_list(conversation, got.tp.verb_q.first(), &got.pend, got.tp);
+    vav_cancel_verbs_in_list(conversation, got.pend, got.tp);
 }
 
 void take_lu_names(tpcb& tp, const u8* lu_alias, const u8* fq_lu_name) noexcept
@@ -118,10 +118,10 @@ u16 deliver_data(const answer& got, rcv_info& info) noexcept
     return NODE_RESULT_DELIVER;
 }
 
-u16 verb_answered(const answer& got, const verb_row& verb, rcv_info& info) noexcept
+u16 verb_answered(const answer& got, const verb_row* verb, rcv_info& info) noexcept
 {
     return_tp_id(got);
-    if (verb.received_into != 0 && got.copied && block_as<appc_receive>(got.pend.vcb).dlen != 0)
+    if (got.copied && verb->received_into != 0 && block_as<appc_receive>(got.pend.vcb).dlen != 0)
         return deliver_data(got, info);
     vav_call_appl(got.tp, got.pend);
     return NODE_RESULT_DONE;
@@ -129,26 +129,26 @@ u16 verb_answered(const answer& got, const verb_row& verb, rcv_info& info) noexc
 
 }  // namespace
 
-u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept
+u16 take_answer(tpcb& tp, pndcb& pend, const verb_row* verb, rcv_info& info) noexcept
 {
     auto& header = *static_cast<verb_message_header*>(info.rcv_ips);
     u8* block = static_cast<u8*>(info.rcv_ips) + sizeof header;
     const u16 answered = header_of(block).opcode;
-    const u16 opcode = pend.vcb != nullptr ? header_of(pend.vcb).opcode : answered;
-    const verb_row* verb = find_verb(opcode);
-    const bool known = answered < MAIN_OPCODES && find_verb(answered) != nullptr && header_of(block).format <= 1;
-
-    const bool copied = known && verb != nullptr && pend.vcb != nullptr;
+    const u16 opcode = verb != nullptr ? verb->opcode : answered;
+    const verb_row* answered_row = answered == opcode ? verb : find_verb(answered);
+    invariant(answered < MAIN_OPCODES || answered_row != nullptr, VAV3264, "FALSE");
     tp.expect_data_callback = 0;
-    if (pend.vcb != nullptr)
+
+    // An answer that is no verb, or of no format, has nothing for anybody; any other counts as the answer to this verb.
+    const bool copied = verb != nullptr && answered_row != nullptr && header_of(block).format <= 1;
+    if (verb != nullptr)
         invariant(answered == opcode || answered == SEND_CONVERSATION, VAVSUB,
                   "(opcode == VAV_HDR(pndcb->vcb)->opcode) || (opcode == NAP_B_SEND_CONVERSATION)");
     if (copied) {
-        u16 shrink = 0;
-        vav_make_vcb_32bit(block, verb->layout(header_of(pend.vcb).format), &shrink);
+        const u16 shrink = vav_make_vcb_32bit(block, verb->layout(header_of(pend.vcb).format));
         header.buf_len -= shrink;
         header.msg_len -= shrink;
-        vav_copy_vcb(pend.vcb, block, opcode);
+        vav_copy_vcb(pend.vcb, block, *verb);
     }
 
     const answer got{tp, pend, block, header.src_corr, copied};
@@ -157,12 +157,8 @@ u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept
     case CANCEL_CONV: conversation_cancelled(got); return NODE_RESULT_DONE;
     case TP_STARTED: tp_started(got); return NODE_RESULT_DONE;
     case RECEIVE_ALLOCATE: conversation_accepted(got); return NODE_RESULT_DONE;
-    default: break;
+    default: return verb_answered(got, verb, info);
     }
-    if (verb != nullptr)
-        return verb_answered(got, *verb, info);
-    vav_call_appl(tp, pend);
-    return NODE_RESULT_DONE;
 }
 
 }  // namespace tessaly

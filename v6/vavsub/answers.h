@@ -4,11 +4,12 @@
 #include "common/types.h"
 #include "runtime/node_runtime.h"
 #include "v6/records/tpcb.h"
+#include "verbs/catalogue.h"
 
 namespace tessaly {
 
-// Takes the answer to a verb that waits on the TP. The message is at least as long as the verb's block in node
-// layout. Result: enum node_event_result.
-u16 take_answer(tpcb& tp, pndcb& pend, rcv_info& info) noexcept;
+// Takes the answer to a verb that waits on the TP. verb: its row, null when nobody waits for its results any more. The message is
+// at least as long as the verb's block in node layout. Result: enum node_event_result.
+u16 take_answer(tpcb& tp, pndcb& pend, const verb_row* verb, rcv_info& info) noexcept;
 
 }  // namespace tessaly

@@ -10,8 +10,8 @@
 
 #include <cstring>
 
-// No routine here touches a record or a TP after it has called back: what the callback needs is copied, and the
-// record released or put where it waits, before the call.
+// What a callback needs is copied, and its record released or put where it waits, before the call: afterwards record and TP may
+// be gone.
 
 namespace tessaly {
 

@@ -47,7 +47,7 @@ sweep_end fail_verb(tpcb& tp, pndcb& pend) noexcept
         log_audit(LOG_TP_ENDED, 222, "ba", TP_ID_BYTES, tp.tp_id);
         return sweep_end::tp_ends;
     }
-    return sweep_end::tp_stays;
+    return &pend == tp.pnd_cncl ? sweep_end::tp_ends : sweep_end::tp_stays;  // it came behind its receive-allocate
 }
 
 // Completes one verb of a failed TP, or starts it again.
@@ -74,6 +74,34 @@ bool forget_all(tpcb& tp) noexcept
             return false;
     }
     return true;
+}
+
+// Marks what a cancelling sweep completes, so that verbs issued by callbacks stay out of it, and frees what nobody waits for.
+void mark_concerned(tpcb& tp, u32 conversation, const pndcb& except) noexcept
+{
+    for (pndcb *pend = tp.verb_q.first(), *next = nullptr; pend != nullptr; pend = next) {
+        next = tp.verb_q.after(*pend);
+        if (pend->vcb == nullptr) {
+            if (conversation == 0 || pend->forget_conv_id == conversation)
+                vav_free_pend(pend);
+            continue;
+        }
+        const block_header& header = header_of(pend->vcb);
+        const verb_row* verb = find_verb(header.opcode);
+        invariant(verb != nullptr, VAVSUB, "FALSE");
+        if (pend == &except)
+            pend->sweep_mark = MARKED_AS_IT_IS;
+        else if (conversation == 0 || (verb != nullptr && verb->conv_verb && header.conv_id == conversation))
+            pend->sweep_mark = MARKED_CANCELLED;
+    }
+}
+
+pndcb* first_marked(const tpcb& tp) noexcept
+{
+    pndcb* pend = tp.verb_q.first();
+    while (pend != nullptr && pend->sweep_mark == NOT_MARKED)
+        pend = tp.verb_q.after(*pend);
+    return pend;
 }
 
 }  // namespace
@@ -123,37 +151,16 @@ void vav_process_failure(tpcb& tp) noexcept
         end_tp(swept);
 }
 
-void vav_cancel_verbs_in_list(u32 conversation, pndcb* first, pndcb* except, tpcb& tp) noexcept
+void vav_cancel_verbs_in_list(u32 conversation, pndcb& except, tpcb& tp) noexcept
 {
     if (conversation == 0)
         recover_set_tp(tp);
-    // First mark what this sweep completes, so that verbs issued by callbacks stay out of it.
-    for (pndcb* pend = first; pend != nullptr;) {
-        pndcb* next = tp.verb_q.after(*pend);
-        if (pend->vcb == nullptr) {
-            if (conversation == 0 || pend->forget_conv_id == conversation)
-                vav_free_pend(pend);
-        } else {
-            const block_header& header = header_of(pend->vcb);
-            const verb_row* verb = find_verb(header.opcode);
-            invariant(verb != nullptr, VAVSUB, "FALSE");
-            const bool concerned = pend == except || conversation == 0 ||
-                                   (verb != nullptr && verb->conv_verb && header.conv_id == conversation);
-            if (concerned)
-                pend->doomed = 1;
-            if (concerned && pend != except)
-                header_of(pend->vcb).primary_rc = CANCELLED;
-        }
-        pend = next;
-    }
+    mark_concerned(tp, conversation, except);
 
     const tp_ref swept{tp};
-    while (true) {
-        pndcb* pend = tp.verb_q.first();
-        while (pend != nullptr && pend->doomed == 0)
-            pend = tp.verb_q.after(*pend);
-        if (pend == nullptr)
-            return;
+    while (pndcb* pend = first_marked(tp)) {
+        if (pend->sweep_mark == MARKED_CANCELLED)
+            header_of(pend->vcb).primary_rc = CANCELLED;
         vav_call_appl(tp, *pend);
         if (swept.find() == nullptr)
             return;

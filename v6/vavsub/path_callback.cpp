@@ -28,36 +28,29 @@ u16 drop(log_point point) noexcept
     return NODE_RESULT_DONE;
 }
 
-// The verb that a message answers, or null: the record must wait on this TP, the TP have a path to be answered on, and the
-// message be long enough for the verb's block.
-pndcb* answered_verb(const tpcb& tp, const verb_message_header& header) noexcept
+// The verb that a message names, if it waits on this TP.
+pndcb* waiting_verb(const tpcb& tp, const verb_message_header& header) noexcept
 {
     auto* pend = static_cast<pndcb*>(nba_validate_handle(header.pend_handle));
-    if (pend == nullptr || tp.path == 0 || pend->tp_handle != tp.handle || !is_linked(pend->link) || pend->imp_forget != 0)
-        return nullptr;
-    if (tp.set_tp_waiter == pend)
-        return nullptr;  // answered already
-    if (pend->vcb == nullptr)
-        return header.buf_len >= HEADER + sizeof(block_header) ? pend : nullptr;
-    const verb_row* verb = find_verb(header_of(pend->vcb).opcode);
-    const u32 needed = verb == nullptr ? sizeof(block_header) : verb->travelling_length(header_of(pend->vcb).format);
-    return header.buf_len >= HEADER + needed ? pend : nullptr;
+    return pend != nullptr && pend->tp_handle == tp.handle && is_linked(pend->link) ? pend : nullptr;
 }
 
-// The DEALLOCATE whose conversation is forgotten: it waits for that, or its own answer has not come yet.
-pndcb* forgotten_verb(const tpcb& tp, const verb_message_header& header) noexcept
+// Whether the verb still waits for an answer, on a path, and this one is long enough for its block. verb: its row, null when nobody
+// waits for its results.
+bool can_be_answered(const tpcb& tp, const pndcb& pend, const verb_row* verb, const verb_message_header& header) noexcept
 {
-    auto* pend = static_cast<pndcb*>(nba_validate_handle(header.pend_handle));
-    const bool waits = pend != nullptr && pend->tp_handle == tp.handle && is_linked(pend->link);
-    return waits && header.buf_len > HEADER + FORGET_TYPE_AT ? pend : nullptr;
+    if (tp.path == 0 || pend.imp_forget != 0 || tp.set_tp_waiter == &pend)
+        return false;
+    const u32 needed = verb == nullptr ? sizeof(block_header) : verb->travelling_length(header_of(pend.vcb).format);
+    return header.buf_len >= HEADER + needed;
 }
 
 u16 receive_message(u32 path, rcv_info& info) noexcept
 {
     if (!invariant(info.rcv_ips != nullptr, VAVSUB, "rcv_info->rcv_ips != NULL"))
         return NODE_RESULT_DONE;
-    auto& header = *static_cast<verb_message_header*>(info.rcv_ips);
-    u8* block = static_cast<u8*>(info.rcv_ips) + HEADER;
+    const auto& header = *static_cast<const verb_message_header*>(info.rcv_ips);
+    const u8* block = static_cast<const u8*>(info.rcv_ips) + HEADER;
 
     tpcb* tp = find_tp(header.dest_corr);
     if (tp == nullptr)
@@ -68,17 +61,18 @@ u16 receive_message(u32 path, rcv_info& info) noexcept
     if (opcode == ABEND_INDICATION)
         return vav_abend(path, *tp);
 
-    pndcb* pend = answered_verb(*tp, header);
-    const bool answers_own_verb = pend != nullptr && pend->vcb != nullptr && header_of(pend->vcb).opcode == IMPLIED_FORGET;
-    if (opcode == IMPLIED_FORGET && !answers_own_verb) {
-        pend = forgotten_verb(*tp, header);
-        if (pend == nullptr)
+    pndcb* pend = waiting_verb(*tp, header);
+    if (pend == nullptr)
+        return drop(UNKNOWN_VERB);
+    const verb_row* verb = pend->vcb == nullptr ? nullptr : find_verb(header_of(pend->vcb).opcode);
+    if (opcode == IMPLIED_FORGET && (verb == nullptr || verb->opcode != IMPLIED_FORGET)) {
+        if (header.buf_len <= HEADER + FORGET_TYPE_AT)
             return drop(UNKNOWN_VERB);
         tp->expect_data_callback = 0;
         vav_call_appl_imp_forget(*tp, *pend, block[FORGET_TYPE_AT]);
         return NODE_RESULT_DONE;
     }
-    return pend == nullptr ? drop(UNKNOWN_VERB) : take_answer(*tp, *pend, info);
+    return can_be_answered(*tp, *pend, verb, header) ? take_answer(*tp, *pend, verb, info) : drop(UNKNOWN_VERB);
 }
 
 u16 receive_datagram(rcv_info& info) noexcept

@@ -1,5 +1,6 @@
 #include "v6/vavsub/results.h"
 
+#include "common/copy_block.h"
 #include "common/ebcdic.h"
 #include "common/export.h"
 #include "common/invariant.h"
@@ -41,7 +42,7 @@ void copy_whole(const result_copy& copy, Offsets... kept) noexcept
     if (!invariant(length != VAV_INVALID_VERB, VAVSUB, "verb_data->length != VAV_INVALID_VERB"))
         return;
     [[maybe_unused]] const u32 own[] = {load<u32>(copy.app, kept)..., 0};
-    std::memcpy(copy.app, copy.answer, length);
+    copy_block(copy.app, copy.answer, length);
     [[maybe_unused]] u32 next = 0;
     (store<u32>(copy.app, kept, own[next++]), ...);
 }
@@ -160,14 +161,13 @@ void copy_by_rule(const result_copy& copy) noexcept
 
 }  // namespace
 
-void vav_copy_vcb(void* app_vcb, const void* answer_vcb, u16 opcode) noexcept
+void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb) noexcept
 {
     const u8 format = header_of(app_vcb).format;
-    const verb_row* verb = find_verb(opcode);
-    if (opcode == ABEND_INDICATION || !invariant(verb != nullptr, VAVSUB, "FALSE"))
+    if (!invariant(format <= 1, VAVSUB, "format == 1"))
         return;
-    if (invariant(format <= 1, VAVSUB, "format == 1"))
-        copy_by_rule({app_vcb, answer_vcb, *verb, format});
+    copy_by_rule({app_vcb, answer_vcb, verb, format});
+    header_of(app_vcb).opcode = verb.opcode;  // decides what is called: never the node's word
 }
 
 void vav_unsquidge_luwid(u8* luwid) noexcept

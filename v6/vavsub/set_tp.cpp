@@ -35,10 +35,13 @@ u16 vav_issue_set_tp(tpcb& tp, pndcb& started) noexcept
     if (!invariant(pend != nullptr, VAVSUB, "pndcb != NULL"))
         return VAV_COMPLETE;
     auto* set_vcb = static_cast<appc_set_tp_properties*>(pend->vcb);
+    if (!invariant(set_vcb != nullptr, VAVSUB, "set_vcb != NULL")) {
+        vav_free_pend(pend);
+        return VAV_COMPLETE;
+    }
     const passwd* user = getpwuid(getuid());
-    if (!invariant(set_vcb != nullptr, VAVSUB, "set_vcb != NULL") || user == nullptr) {
-        if (set_vcb != nullptr)
-            nba_mm_free(set_vcb, 0);
+    if (user == nullptr) {
+        nba_mm_free(set_vcb, 0);
         pend->vcb = nullptr;
         vav_free_pend(pend);
         log_exception(LOG_NO_USER_NAME, 227, "");
