@@ -20,13 +20,15 @@ inline void copy_block(void* dest, const void* source, u32 bytes) noexcept
     std::memcpy(to + bytes - BLOCK_STEP, from + bytes - BLOCK_STEP, BLOCK_STEP);
 }
 
-// bytes: at least BLOCK_STEP.
-inline void clear_block(void* dest, u32 bytes) noexcept
+// Clears an object whose size is a multiple of BLOCK_STEP, without a loop.
+template <typename Object>
+inline void clear_object(Object& object) noexcept
 {
-    auto* to = static_cast<u8*>(dest);
-    for (u32 at = 0; at < bytes - BLOCK_STEP; at += BLOCK_STEP)
+    static_assert(sizeof(Object) % BLOCK_STEP == 0);
+    auto* to = reinterpret_cast<u8*>(&object);
+#pragma GCC unroll 16
+    for (u32 at = 0; at < sizeof(Object); at += BLOCK_STEP)
         std::memset(to + at, 0, BLOCK_STEP);
-    std::memset(to + bytes - BLOCK_STEP, 0, BLOCK_STEP);
 }
 
 }  // namespace tessaly

@@ -5,6 +5,7 @@
 #include "common/types.h"
 #include "verbs/codes.h"
 
+#include <algorithm>
 #include <array>
 
 namespace tessaly {
@@ -158,8 +159,6 @@ inline constexpr u16 SECOND_OPCODES = 4;
 
 namespace catalogue_detail {
 
-inline constexpr u8 NO_ROW = 0xFF;
-
 constexpr u16 slot_of(u16 opcode) noexcept
 {
     if (opcode < MAIN_OPCODES)
@@ -168,13 +167,11 @@ constexpr u16 slot_of(u16 opcode) noexcept
     return second < SECOND_OPCODES ? static_cast<u16>(MAIN_OPCODES + second) : 0;  // opcode 0 is no verb
 }
 
-inline constexpr auto row_numbers = [] {
-    std::array<u8, MAIN_OPCODES + SECOND_OPCODES> numbers{};
-    numbers.fill(NO_ROW);
-    u8 number = 0;
+inline constexpr auto rows = [] {
+    std::array<const verb_row*, MAIN_OPCODES + SECOND_OPCODES> table{};
     for (const verb_row& verb : verbs)
-        numbers[slot_of(verb.opcode)] = number++;
-    return numbers;
+        table[slot_of(verb.opcode)] = &verb;
+    return table;
 }();
 
 }  // namespace catalogue_detail
@@ -182,12 +179,20 @@ inline constexpr auto row_numbers = [] {
 // The verb's row, or null for an opcode that is no verb.
 constexpr const verb_row* find_verb(u16 opcode) noexcept
 {
-    const u8 number = catalogue_detail::row_numbers[catalogue_detail::slot_of(opcode)];
-    return number == catalogue_detail::NO_ROW ? nullptr : &verbs[number];
+    return catalogue_detail::rows[catalogue_detail::slot_of(opcode)];
 }
 
 static_assert(find_verb(SEND_DATA)->opcode == SEND_DATA && find_verb(RECEIVE_ALLOCATE_EX)->opcode == RECEIVE_ALLOCATE_EX);
 static_assert(find_verb(0) == nullptr && find_verb(0x0015) == nullptr && find_verb(FIRST_TP_SERVER_OPCODE) == nullptr);
+
+constexpr u16 longest_travelling_block() noexcept
+{
+    u16 longest = 0;
+    for (const verb_row& verb : verbs)
+        for (const u8 format : {u8{0}, u8{1}})
+            longest = verb.send == send_rule::never ? longest : std::max(longest, verb.travelling_length(format));
+    return longest;
+}
 
 // All three travel as RECEIVE_ALLOCATE.
 constexpr bool is_receive_allocate(u16 opcode) noexcept

@@ -77,15 +77,6 @@ pndcb* vav_alloc_pend(appc_completion callback) noexcept
     return pend;
 }
 
-u32 correlator_for(const pndcb& pend, u32 corr, u32* wait_object) noexcept
-{
-    if (pend.wait_obj == 0)
-        return corr;
-    if (invariant(wait_object != nullptr, VAV, "wait_object != NULL"))
-        *wait_object = pend.wait_obj;
-    return pend.wait_obj;
-}
-
 void vav_free_pend(pndcb* pend) noexcept
 {
     if (is_linked(pend->link))

@@ -20,10 +20,6 @@ extern pend_cache vav_pend_cache;
 // handle or a wait object could not be had.
 pndcb* vav_alloc_pend(appc_completion callback) noexcept;
 
-// The correlator of a verb: the caller's own, or the wait object of a synchronous verb's record, which its caller
-// then gets to sleep on.
-u32 correlator_for(const pndcb& pend, u32 corr, u32* wait_object) noexcept;
-
 // Takes a record out of its queue and releases it, back into its slot when it has one.
 void vav_free_pend(pndcb* pend) noexcept;
 

@@ -22,16 +22,6 @@ namespace tessaly {
 
 namespace {
 
-struct verb_call {
-    void* vcb;
-    appc_completion callback;
-    u32 corr;
-    api_type api;
-    u32* wait_object;
-    tpcb* tp;     // set while the verb is in progress
-    pndcb* pend;  // likewise
-};
-
 u16 complete(const verb_call& call, u16 primary, u32 secondary) noexcept
 {
     set_codes(call.vcb, primary, secondary);
@@ -71,8 +61,9 @@ bool start_library(const verb_call& call) noexcept
 }
 
 // Whether the block names a verb that exists in its format; sets the codes when it does not.
-bool is_valid_verb(const verb_call& call, const verb_row* verb) noexcept
+bool is_valid_verb(const verb_call& call) noexcept
 {
+    const verb_row* verb = call.verb;
     const u8 format = header_of(call.vcb).format;
     if (verb != nullptr && format <= 1 && verb->format[format].exists())
         return true;
@@ -81,13 +72,6 @@ bool is_valid_verb(const verb_call& call, const verb_row* verb) noexcept
     else
         complete(call, INVALID_VERB);
     return false;
-}
-
-void queue(const verb_call& call, tpcb& tp, pndcb& pend) noexcept
-{
-    invariant(pend.wait_obj == 0 || is_synchronous(call.api), VAV,
-              "(api_type == VAV_SYNC_VERB) || (api_type==VAV_SYNCBCK_VERB)");
-    queue_verb(tp, pend, call.vcb, correlator_for(pend, call.corr, call.wait_object));
 }
 
 // The record and block of the SET_TP_PROPERTIES that will follow a TP_STARTED, so that it cannot fail for want of them.
@@ -108,9 +92,9 @@ bool reserve_set_tp(tpcb& tp) noexcept
 }
 
 // TP_STARTED and the receive-allocate verbs: everything is made, or nothing.
-u16 start_tp(verb_call& call, const verb_row& verb) noexcept
+u16 start_tp(verb_call& call) noexcept
 {
-    const bool tp_started = verb.opcode == TP_STARTED;
+    const bool tp_started = call.verb->opcode == TP_STARTED;
 
     tpcb* tp = nullptr;
     if (vav_alloc_tpcb(&tp) == 0)
@@ -134,8 +118,6 @@ u16 start_tp(verb_call& call, const verb_row& verb) noexcept
 
     drop_pend.keep();
     drop_tp.keep();
-    call.tp = tp;
-    call.pend = pend;
     return VAV_IN_PROGRESS;
 }
 
@@ -148,9 +130,7 @@ bool has_zero_tp_id(const void* vcb) noexcept
 // CANCEL_CONV of a start that has no TP identifier yet.
 u16 cancel_start(verb_call& call) noexcept
 {
-    if (header_of(call.vcb).conv_id == 0)
-        return vav_cancel_tp_started(&call.tp);
-    return vav_cancel_rcv_alloc(call.vcb, call.callback, call.corr, &call.tp, call.wait_object, &call.pend);
+    return header_of(call.vcb).conv_id == 0 ? vav_cancel_tp_started() : vav_cancel_rcv_alloc(call);
 }
 
 // CANCEL_CONV without a conversation: the TP's ALLOCATE is the one.
@@ -171,17 +151,18 @@ u16 cancel_allocate(const verb_call& call, tpcb& tp) noexcept
     return VAV_COMPLETE;
 }
 
-bool lacks_post_callback(const verb_call& call, const verb_row& verb) noexcept
+bool lacks_post_callback(const verb_call& call) noexcept
 {
-    return is_synchronous(call.api) && verb.post_callback != 0 && load<u32>(call.vcb, verb.post_callback) == 0;
+    const u16 callback_at = call.verb->post_callback;
+    return callback_at != 0 && is_synchronous(call.api) && load<u32>(call.vcb, callback_at) == 0;
 }
 
 // A conversation or TP verb: queue it and send it.
-u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
+u16 send_on_tp(verb_call& call, tpcb& tp) noexcept
 {
     if (tp.sync_waiters != 0 && call.api == VAV_SYNC_VERB)
         return complete(call, TP_BUSY, 0);
-    if (lacks_post_callback(call, verb))
+    if (lacks_post_callback(call))
         return complete(call, PARAMETER_CHECK, SEC_NO_POST_CALLBACK);
     if (!is_started(tp))
         return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
@@ -192,11 +173,9 @@ u16 send_on_tp(verb_call& call, tpcb& tp, const verb_row& verb) noexcept
         return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
     }
     queue(call, tp, *pend);
-    vav_send_verb(tp, *pend, verb);  // a broken path shows as a path failure
-    if (verb.opcode == TP_ENDED)
+    vav_send_verb(tp, *pend, *call.verb);  // a broken path shows as a path failure
+    if (call.verb->opcode == TP_ENDED)
         tp.state = TP_ENDING;
-    call.tp = &tp;
-    call.pend = pend;
     return VAV_IN_PROGRESS;
 }
 
@@ -210,19 +189,19 @@ u16 refuse_on(const verb_call& call, tpcb* tp) noexcept
     return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
 }
 
-u16 issue_on_tp(verb_call& call, const verb_row& verb) noexcept
+u16 issue_on_tp(verb_call& call) noexcept
 {
     tpcb* tp = find_tp(tp_handle_in(header_of(call.vcb).tp_id));
     if (tp == nullptr || tp->state != TP_ACTIVE)
         return refuse_on(call, tp);
-    if (verb.issue == issue_rule::cancels && header_of(call.vcb).conv_id == 0)
+    if (call.verb->issue == issue_rule::cancels && header_of(call.vcb).conv_id == 0)
         return cancel_allocate(call, *tp);
-    return send_on_tp(call, *tp, verb);
+    return send_on_tp(call, *tp);
 }
 
-u16 issue_registration(const verb_call& call, const verb_row& verb) noexcept
+u16 issue_registration(const verb_call& call) noexcept
 {
-    if (verb.opcode == REGISTER_CPIC_TP)
+    if (call.verb->opcode == REGISTER_CPIC_TP)
         vav_register_cpic_tp(call.vcb);
     else
         vav_unregister_cpic_tp(call.vcb);
@@ -234,8 +213,9 @@ bool starts_library(const verb_row& verb) noexcept
     return verb.issue == issue_rule::starts_tp || verb.opcode == REGISTER_CPIC_TP;
 }
 
-u16 dispatch(verb_call& call, const verb_row* verb) noexcept
+u16 dispatch(verb_call& call) noexcept
 {
+    const verb_row* verb = call.verb;
     header_of(call.vcb).primary_rc = OK;
 
     if (main_cb.in_callback != 0 && call.callback == vav_sync_callback)
@@ -244,46 +224,47 @@ u16 dispatch(verb_call& call, const verb_row* verb) noexcept
         return VAV_COMPLETE;
     if (main_cb.state == NODE_TERMINATED)
         return complete(call, COMMS_SUBSYSTEM_ABENDED, 0);
-    if (!is_valid_verb(call, verb))
+    if (!is_valid_verb(call))
         return VAV_COMPLETE;
 
     switch (verb->issue) {
-    case issue_rule::on_tp: return issue_on_tp(call, *verb);
-    case issue_rule::starts_tp: return start_tp(call, *verb);
-    case issue_rule::registers: return issue_registration(call, *verb);
-    case issue_rule::cancels: return has_zero_tp_id(call.vcb) ? cancel_start(call) : issue_on_tp(call, *verb);
+    case issue_rule::on_tp: return issue_on_tp(call);
+    case issue_rule::starts_tp: return start_tp(call);
+    case issue_rule::registers: return issue_registration(call);
+    case issue_rule::cancels: return has_zero_tp_id(call.vcb) ? cancel_start(call) : issue_on_tp(call);
     }
     return VAV_COMPLETE;
 }
 
 }  // namespace
 
-u16 vav_async_verb(void* vcb, appc_completion callback, u32 corr, api_type api, tpcb** tp_out, u32* wait_object,
-                   pndcb** pend_out) noexcept
+void queue(verb_call& call, tpcb& tp, pndcb& pend) noexcept
 {
-    if (callback == vav_sync_callback) {
-        invariant(wait_object != nullptr && *wait_object == 0, VAV, "(wait_object != NULL) && ((*wait_object) == NULL)");
-        invariant(is_synchronous(api), VAV, "(api_type == VAV_SYNCBCK_VERB) || (api_type == VAV_SYNC_VERB)");
+    if (pend.wait_obj != 0) {
+        invariant(is_synchronous(call.api), VAV, "(api_type == VAV_SYNC_VERB) || (api_type==VAV_SYNCBCK_VERB)");
+        call.wait_object = pend.wait_obj;
     }
+    queue_verb(tp, pend, call.vcb, pend.wait_obj != 0 ? pend.wait_obj : call.corr);
+    call.tp = &tp;
+    call.pend = &pend;
+}
 
-    verb_call call{vcb, callback, corr, api, wait_object, nullptr, nullptr};
+u16 vav_async_verb(verb_call& call) noexcept
+{
+    const bool synchronous = call.callback == vav_sync_callback;
+    if (synchronous)
+        invariant(is_synchronous(call.api), VAV, "(api_type == VAV_SYNCBCK_VERB) || (api_type == VAV_SYNC_VERB)");
     promote_format(call);
     if (api_trace_on())
-        seputrap(TRACE_REQUEST, vcb);
+        seputrap(TRACE_REQUEST, call.vcb);
 
-    const verb_row* verb = find_verb(header_of(vcb).opcode);
-    const u16 result = dispatch(call, verb);
+    call.verb = find_verb(header_of(call.vcb).opcode);
+    const u16 result = dispatch(call);
     if (result == VAV_IN_PROGRESS) {
-        if (is_synchronous(api) && verb->post_callback == 0)
+        if (synchronous && call.verb->post_callback == 0)
             ++call.tp->sync_waiters;
     } else if (api_trace_on()) {
-        seputrap(TRACE_RESPONSE, vcb);
-    }
-
-    *tp_out = call.tp;
-    if (pend_out != nullptr) {
-        invariant(is_synchronous(api), VAV, "(api_type == VAV_SYNC_VERB) || (api_type == VAV_SYNCBCK_VERB)");
-        *pend_out = call.pend;
+        seputrap(TRACE_RESPONSE, call.vcb);
     }
     return result;
 }

@@ -22,8 +22,6 @@ constexpr u32 NO_TIME_LIMIT = 0xFFFFFFFF;
 // loses its wait object.
 void release_record(pndcb* pend, u16 opcode) noexcept
 {
-    if (pend == nullptr)
-        return;
     if (opcode == DEALLOCATE && pend->imp_forget != 0) {
         vpm_release_wait_object(pend->wait_obj);
         pend->wait_obj = 0;
@@ -38,28 +36,24 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
     const process_lock lock;
     vpm_process_pending_events();
 
-    const verb_row* verb = find_verb(header_of(vcb).opcode);
-    tpcb* tp = nullptr;
-    u32 wait_object = 0;
-    pndcb* pend = nullptr;
-    if (vav_async_verb(vcb, vav_sync_callback, 0, api, &tp, &wait_object, &pend) != VAV_IN_PROGRESS)
-        return;
-    if (verb->post_callback != 0)
+    verb_call call{vcb, vav_sync_callback, 0, api};
+    if (vav_async_verb(call) != VAV_IN_PROGRESS || call.verb->post_callback != 0)
         return;
 
     const u32 stops = main_cb.stops;
-    const u32 handle = pend != nullptr ? pend->handle : 0;
-    vpm_sleep(wait_object, NO_TIME_LIMIT);
+    const u32 handle = call.pend->handle;
+    vpm_sleep(call.wait_object, NO_TIME_LIMIT);
     if (main_cb.stops != stops) {
         // The process forked meanwhile. The TP is gone with the parent's verbs, and so is the record unless it had been answered.
-        if (handle != 0 && nba_validate_handle(handle) == pend)
-            vav_free_pend(pend);
+        if (nba_validate_handle(handle) == call.pend)
+            vav_free_pend(call.pend);
         return;
     }
+    tpcb* tp = call.tp;
     if (!invariant(tp != nullptr, VAV, "tpcb != NULL"))
         return;
     --tp->sync_waiters;
-    release_record(pend, verb->opcode);
+    release_record(call.pend, call.verb->opcode);
     nba_mm_refresh(2);
 
     if (tp->state == TP_GONE && tp->sync_waiters == 0 && tp->sweeps == 0) {
@@ -71,8 +65,8 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
 u16 async_verb(void* vcb, appc_completion callback, u32 corr, api_type api) noexcept
 {
     const process_lock lock;
-    tpcb* tp = nullptr;
-    return vav_async_verb(vcb, callback, corr, api, &tp, nullptr, nullptr);
+    verb_call call{vcb, callback, corr, api};
+    return vav_async_verb(call);
 }
 
 void set_version(u32 version, void* vcb) noexcept

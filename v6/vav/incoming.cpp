@@ -3,6 +3,7 @@
 #include "common/ebcdic.h"
 #include "common/invariant.h"
 #include "common/runtime_log.h"
+#include "common/scope_guard.h"
 #include "v6/records/main_cb.h"
 #include "v6/records/modules.h"
 #include "v6/records/pend_cache.h"
@@ -134,10 +135,8 @@ u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_cor
     return 0;
 }
 
-u16 vav_cancel_rcv_alloc(void* vcb, appc_completion callback, u32 corr, tpcb** tp_out, u32* wait_object,
-                         pndcb** pend_out) noexcept
+u16 vav_cancel_rcv_alloc(verb_call& call) noexcept
 {
-    *tp_out = nullptr;
     tpcb* tp = find_waiting_tp();
     if (tp == nullptr)
         return VAV_COMPLETE;
@@ -148,25 +147,23 @@ u16 vav_cancel_rcv_alloc(void* vcb, appc_completion callback, u32 corr, tpcb** t
         return VAV_COMPLETE;
     }
 
-    pndcb* pend = vav_alloc_pend(callback);
+    pndcb* pend = vav_alloc_pend(call.callback);
     if (pend == nullptr) {
         log_exception(LOG_SHORTAGE, 209, "");
-        set_codes(vcb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+        set_codes(call.vcb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
         return VAV_COMPLETE;
     }
-    queue_verb(*tp, *pend, vcb, correlator_for(*pend, corr, wait_object));
+    scope_guard drop_pend{[&] { vav_free_pend(pend); }};
+    queue(call, *tp, *pend);
 
     cancel_announce_datagram cancel{{sizeof cancel, DATAGRAM_CANCEL_ANNOUNCE}, tp->handle};
     if (const u16 status = send_datagram(&cancel, sizeof cancel); status != 0) {
-        set_codes(vcb, UNEXPECTED_SYSTEM_ERROR, status);
-        vav_free_pend(pend);
+        set_codes(call.vcb, UNEXPECTED_SYSTEM_ERROR, status);
         return VAV_COMPLETE;
     }
+    drop_pend.keep();
     tp->pnd_cncl = pend;
     waiting.cancelled = 1;
-    *tp_out = tp;
-    if (pend_out != nullptr)
-        *pend_out = pend;
     return VAV_IN_PROGRESS;
 }
 

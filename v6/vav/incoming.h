@@ -4,6 +4,7 @@
 
 #include "common/types.h"
 #include "v6/records/tpcb.h"
+#include "v6/vav/dispatch.h"
 #include "wire/datagrams.h"
 
 namespace tessaly {
@@ -16,11 +17,9 @@ u16 vav_rcv_allocate(tpcb& tp, pndcb& pend) noexcept;
 // in its block).
 u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_corr) noexcept;
 
-// CANCEL_CONV of a waiting receive-allocate, the first one that waits. tp_out, pend_out: the TP and the CANCEL_CONV's
-// own record while it is in progress, else null. wait_object: given by a synchronous caller. Result: VAV_IN_PROGRESS
-// when the node must answer first, else VAV_COMPLETE.
-u16 vav_cancel_rcv_alloc(void* vcb, appc_completion callback, u32 corr, tpcb** tp_out, u32* wait_object,
-                         pndcb** pend_out) noexcept;
+// CANCEL_CONV of a waiting receive-allocate, the first one that waits. Result: VAV_IN_PROGRESS when the node must answer first, else
+// VAV_COMPLETE.
+u16 vav_cancel_rcv_alloc(verb_call& call) noexcept;
 
 // Copies an EBCDIC TP name up to its first blank; a name that starts with 0x00 or a blank is empty.
 void vav_copy_tp_name(counted_tp_name& dest, const u8* name) noexcept;

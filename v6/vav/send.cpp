@@ -24,6 +24,7 @@ void widen_allocate(u8* dest, const u8* vcb) noexcept
     static_assert(offsetof(after, plu_alias) + names == offsetof(after, reserved_154));
     static_assert(offsetof(after, pip_dptr) + tail == sizeof(after));
 
+    std::memset(dest, 0, sizeof(after));
     std::memcpy(dest, vcb, offsetof(before, rtn_ctl) + 1);
     std::memcpy(dest + offsetof(after, plu_alias), vcb + offsetof(before, plu_alias), names);
     std::memcpy(dest + offsetof(after, pip_dptr), vcb + offsetof(before, pip_dptr), tail);
@@ -44,6 +45,7 @@ u16 copy_receive_allocate(u8* dest, const void* vcb) noexcept
 {
     const u32 given = header_of(vcb).format == 0 ? offsetof(appc_receive_allocate, conv_group_id)
                                                  : offsetof(appc_receive_allocate, reserved_164);
+    std::memset(dest, 0, sizeof(appc_receive_allocate));
     std::memcpy(dest, vcb, given);
     header_of(dest).format = 1;
     block_as<appc_receive_allocate>(dest).reserved_164[0] = 1;
@@ -58,12 +60,13 @@ u16 copy_deallocate(u8* dest, const void* vcb) noexcept
     if (header_of(vcb).format == 0)
         return format_0_length;
     invariant(header_of(dest).format == 1, VAV, "((DEALLOCATE_FMT1 *)dest)->format == 1");
-    dest[format_0_length] = block_as<appc_deallocate>(vcb).forget_callback != nullptr;
+    store<u32>(dest, format_0_length, block_as<appc_deallocate>(vcb).forget_callback != nullptr);
     return find_verb(DEALLOCATE)->format[1].length;
 }
 
 u16 copy_tp_started(u8* dest, const void* vcb) noexcept
 {
+    std::memset(dest, 0, sizeof(appc_tp_started));
     std::memcpy(dest, vcb, offsetof(appc_tp_started, reserved_92));
     header_of(dest).format = 1;
     u8* flags = block_as<appc_tp_started>(dest).reserved_92;
@@ -102,7 +105,7 @@ u16 copy_whole(u8* dest, const void* vcb, const block_format& format) noexcept
     return format.length;
 }
 
-// Copies an application's block as the node expects it; dest is zeroed. Result: bytes that it takes there, in the caller's layout.
+// Copies an application's block as the node expects it; dest has room for it. Result: bytes that it takes there, in the caller's layout.
 u16 vav_copy_verb_send(u8* dest, const void* vcb, const verb_row& verb, const block_format& format) noexcept
 {
     switch (verb.send) {
@@ -125,8 +128,6 @@ struct sent_data {
 // Takes one buffer out of the copied block: an address means nothing to the node.
 sent_data take_buffer(u8* block, const data_buffer& at) noexcept
 {
-    if (at.address_at == 0)
-        return {};
     const auto* address = load<const void*>(block, at.address_at);
     const u32 bytes = load<u16>(block, at.length_at);
     store<u32>(block, at.address_at, 0);
@@ -135,7 +136,7 @@ sent_data take_buffer(u8* block, const data_buffer& at) noexcept
 
 void fill_header(verb_message_header& header, const tpcb& tp, const pndcb& pend) noexcept
 {
-    header = {};
+    clear_object(header);
     header.owner_link = static_cast<u32>(reinterpret_cast<std::uintptr_t>(&main_cb.message));
     header.dest_corr = tp.node_corr;
     header.kind = VERB_MESSAGE_KIND;
@@ -156,30 +157,38 @@ u16 send_with_data(u32 path, verb_message& message, const sent_data& first, cons
     return vpm_send_ips(path, nullptr, 0, second.address, second.bytes);
 }
 
+// Widens the block where it lies. Result: bytes of header and block together.
+u32 finish_block(verb_message& message, const verb_row& verb, const block_format& format, u32 length) noexcept
+{
+    if (verb.received_into != 0)
+        store<u32>(message.block, verb.received_into, 0);
+    for (u32 at = length; at < format.node_length; at += sizeof(u32))  // where padding comes to lie
+        store<u32>(message.block, at, 0);
+    return sizeof message.header + length + vav_make_vcb_64bit(message.block, format);
+}
+
 }  // namespace
 
 u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
 {
     verb_message& message = main_cb.message;
     const block_format& format = verb.layout(header_of(pend.vcb).format);
-    const u32 travels = verb.travelling_length(header_of(pend.vcb).format);
-    if (!invariant(travels <= sizeof message.block && travels >= BLOCK_STEP, VAV, "contig_length <= VAV_MAX_SIZE"))
-        return 1;
+    static_assert(longest_travelling_block() <= sizeof message.block);
 
     fill_header(message.header, tp, pend);
-    clear_block(message.block, travels);  // the block grows into bytes that must be zero
-    const u16 length = vav_copy_verb_send(message.block, pend.vcb, verb, format);
+    const u32 length = vav_copy_verb_send(message.block, pend.vcb, verb, format);
     if (verb.names_tp())
         std::memcpy(header_of(message.block).tp_id, tp.node_tp_id, TP_ID_BYTES);
+    if (format.pointer_1 == 0) {
+        message.header.buf_len = sizeof message.header + length;
+        return send_with_data(tp.path, message, {}, {});
+    }
 
-    const sent_data first = take_buffer(message.block, verb.sent[0]);
-    const sent_data second = take_buffer(message.block, verb.sent[1]);
-    if (verb.received_into != 0)
-        store<u32>(message.block, verb.received_into, 0);
-
-    const u16 growth = vav_make_vcb_64bit(message.block, format);
-    message.header.buf_len = sizeof message.header + length + growth;
-    return send_with_data(tp.path, message, first, second);
+    sent_data data[2] = {};
+    for (u32 i = 0; i < 2 && verb.sent[i].address_at != 0; ++i)
+        data[i] = take_buffer(message.block, verb.sent[i]);
+    message.header.buf_len = finish_block(message, verb, format, length);
+    return send_with_data(tp.path, message, data[0], data[1]);
 }
 
 }  // namespace tessaly

@@ -112,9 +112,8 @@ u16 vav_tp_started(tpcb& tp, pndcb& pend, start_reason reason) noexcept
     return reason == START_BY_APPLICATION ? start_first(tp, pend) : start_again(tp, pend, reason);
 }
 
-u16 vav_cancel_tp_started(tpcb** tp_out) noexcept
+u16 vav_cancel_tp_started() noexcept
 {
-    *tp_out = nullptr;
     for_each_tp(VAV, [](tpcb& tp) {
         pndcb* pend = tp.verb_q.first();
         if (pend == nullptr || pend->vcb == nullptr || header_of(pend->vcb).opcode != TP_STARTED)

@@ -16,8 +16,8 @@ enum start_reason : u16 {
 // it could not be: then the codes are in the block, logged, and the caller completes the verb.
 u16 vav_tp_started(tpcb& tp, pndcb& pend, start_reason reason) noexcept;
 
-// Cancels the first TP_STARTED that waits for its answer, for a CANCEL_CONV without TP identifier and conversation.
-// tp_out: null. Result: VAV_COMPLETE.
-u16 vav_cancel_tp_started(tpcb** tp_out) noexcept;
+// Cancels the first TP_STARTED that waits for its answer, for a CANCEL_CONV without TP identifier and conversation. Result:
+// VAV_COMPLETE.
+u16 vav_cancel_tp_started() noexcept;
 
 }  // namespace tessaly
