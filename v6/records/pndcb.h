@@ -4,6 +4,7 @@
 
 #include "common/list.h"
 #include "common/types.h"
+#include "verbs/catalogue.h"
 
 #include <tessaly/appc.h>
 
@@ -14,7 +15,9 @@ inline constexpr u16 NOT_CACHED = 0xFFFF;
 enum sweep_mark_type : u16 { NOT_MARKED, MARKED_CANCELLED, MARKED_AS_IT_IS };
 
 struct pndcb {
-    list_link link;  // in its TP's verb_q or forget_q
+    list_link link;         // in its TP's verb_q or forget_q
+    const verb_row* verb;   // of the verb as it is issued; while a receive-allocate is sent, as it travels
+    u8 format;              // as it is issued: the block is the application's, and what it says later decides nothing
     u32 handle;      // names the record to the node; new on every allocation
     u32 tp_handle;   // the TP that the verb was issued on
     u16 cache_index;

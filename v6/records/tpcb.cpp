@@ -58,8 +58,10 @@ void vav_free_tpcb(tpcb* tp) noexcept
     nba_mm_free(tp, 0);
 }
 
-void queue_verb(tpcb& tp, pndcb& pend, void* vcb, u32 corr) noexcept
+void queue_verb(tpcb& tp, pndcb& pend, const verb_row& verb, void* vcb, u32 corr) noexcept
 {
+    pend.verb = &verb;
+    pend.format = header_of(vcb).format;
     pend.corr = corr;
     pend.vcb = vcb;
     pend.tp_handle = tp.handle;
@@ -123,7 +125,7 @@ void recover_set_tp(tpcb& tp) noexcept
 
 void restore_opcode(tpcb& tp, const pndcb& pend) noexcept
 {
-    if (tp.saved_opcode == 0 || pend.vcb == nullptr || !is_receive_allocate(header_of(pend.vcb).opcode))
+    if (tp.saved_opcode == 0 || pend.vcb == nullptr || pend.verb->opcode != RECEIVE_ALLOCATE)
         return;
     header_of(pend.vcb).opcode = tp.saved_opcode;
     tp.saved_opcode = 0;

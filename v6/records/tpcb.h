@@ -46,7 +46,7 @@ u16 vav_alloc_tpcb(tpcb** out) noexcept;
 void vav_free_tpcb(tpcb* tp) noexcept;
 
 // Records a verb as pending on the TP, behind those that it has. corr: handed to the record's callback.
-void queue_verb(tpcb& tp, pndcb& pend, void* vcb, u32 corr) noexcept;
+void queue_verb(tpcb& tp, pndcb& pend, const verb_row& verb, void* vcb, u32 corr) noexcept;
 
 // The node has started the TP and names it so; on another node it would be named otherwise.
 void take_node_names(tpcb& tp, const u8* node_tp_id, u32 node_corr) noexcept;
@@ -75,6 +75,12 @@ void end_tp(const tp_ref& ended) noexcept;
 
 // Takes the library's own SET_TP_PROPERTIES out of the queue and back into reserve; nobody waits for its answer then.
 void recover_set_tp(tpcb& tp) noexcept;
+
+inline bool is_first(const tpcb& tp, u16 opcode) noexcept
+{
+    const pndcb* pend = tp.verb_q.first();
+    return pend != nullptr && pend->vcb != nullptr && pend->verb->opcode == opcode;
+}
 
 // The library's own SET_TP_PROPERTIES has no callback; an application's has one.
 inline bool is_internal(const pndcb& pend) noexcept

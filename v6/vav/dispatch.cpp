@@ -140,7 +140,7 @@ u16 cancel_allocate(const verb_call& call, tpcb& tp) noexcept
     if (pend == nullptr)
         return complete(call, PARAMETER_CHECK, SEC_NO_ALLOCATE_PENDING);
 
-    const auto is_allocate = [](const pndcb& verb) { return verb.vcb != nullptr && header_of(verb.vcb).opcode == ALLOCATE; };
+    const auto is_allocate = [](const pndcb& verb) { return verb.vcb != nullptr && verb.verb->opcode == ALLOCATE; };
     if (!invariant(is_allocate(*pend), VAV, "VAV_HDR(tmpcb->vcb)->opcode == NAP_B_ALLOCATE"))
         while (pend != nullptr && !is_allocate(*pend))
             pend = tp.verb_q.after(*pend);
@@ -173,7 +173,7 @@ u16 send_on_tp(verb_call& call, tpcb& tp) noexcept
         return complete(call, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
     }
     queue(call, tp, *pend);
-    vav_send_verb(tp, *pend, *call.verb);  // a broken path shows as a path failure
+    vav_send_verb(tp, *pend);  // a broken path shows as a path failure
     if (call.verb->opcode == TP_ENDED)
         tp.state = TP_ENDING;
     return VAV_IN_PROGRESS;
@@ -244,7 +244,7 @@ void queue(verb_call& call, tpcb& tp, pndcb& pend) noexcept
         invariant(is_synchronous(call.api), VAV, "(api_type == VAV_SYNC_VERB) || (api_type==VAV_SYNCBCK_VERB)");
         call.wait_object = pend.wait_obj;
     }
-    queue_verb(tp, pend, call.vcb, pend.wait_obj != 0 ? pend.wait_obj : call.corr);
+    queue_verb(tp, pend, *call.verb, call.vcb, pend.wait_obj != 0 ? pend.wait_obj : call.corr);
     call.tp = &tp;
     call.pend = &pend;
 }

@@ -86,7 +86,7 @@ tpcb* find_waiting_tp() noexcept
     tpcb* found = nullptr;
     for_each_tp(VAV, [&found](tpcb& tp) {
         const pndcb* pend = tp.verb_q.first();
-        const bool waits = pend != nullptr && pend->vcb != nullptr && is_receive_allocate(header_of(pend->vcb).opcode);
+        const bool waits = pend != nullptr && pend->vcb != nullptr && is_receive_allocate(pend->verb->opcode);
         if (waits && tp.pnd_cncl == nullptr)
             found = &tp;
         return found == nullptr;
@@ -131,7 +131,8 @@ u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_cor
     }
     tp.saved_opcode = block.opcode;
     block.opcode = RECEIVE_ALLOCATE;  // every variant travels under this opcode
-    vav_send_verb(tp, pend, *find_verb(RECEIVE_ALLOCATE));
+    pend.verb = find_verb(RECEIVE_ALLOCATE);
+    vav_send_verb(tp, pend);
     return 0;
 }
 

@@ -169,10 +169,11 @@ u32 finish_block(verb_message& message, const verb_row& verb, const block_format
 
 }  // namespace
 
-u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
+u16 vav_send_verb(tpcb& tp, pndcb& pend) noexcept
 {
     verb_message& message = main_cb.message;
-    const block_format& format = verb.layout(header_of(pend.vcb).format);
+    const verb_row& verb = *pend.verb;
+    const block_format& format = verb.layout(pend.format);
     static_assert(longest_travelling_block() <= sizeof message.block);
 
     fill_header(message.header, tp, pend);

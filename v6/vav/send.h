@@ -3,12 +3,11 @@
 
 #include "common/types.h"
 #include "v6/records/tpcb.h"
-#include "verbs/catalogue.h"
 
 namespace tessaly {
 
 // Builds the message of a queued verb by its row and sends it on the TP's path. Result: the runtime's last status, which callers do
 // not look at: a failed send shows up as a path failure.
-u16 vav_send_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept;
+u16 vav_send_verb(tpcb& tp, pndcb& pend) noexcept;
 
 }  // namespace tessaly

@@ -9,7 +9,6 @@
 #include "v6/vav/send.h"
 #include "v6/vav/version.h"
 #include "v6/vavsub/completion.h"
-#include "verbs/catalogue.h"
 
 #include <arpa/inet.h>
 
@@ -79,7 +78,7 @@ u16 send_to(u32 node, tpcb& tp, pndcb& pend) noexcept
     tp.path = vpm_create_path(main_cb.path_user, node, 1, vav_appc_caps);
     if (tp.path == 0)
         return give_up(pend, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
-    vav_send_verb(tp, pend, *find_verb(TP_STARTED));
+    vav_send_verb(tp, pend);
     return 1;
 }
 
@@ -115,9 +114,9 @@ u16 vav_tp_started(tpcb& tp, pndcb& pend, start_reason reason) noexcept
 u16 vav_cancel_tp_started() noexcept
 {
     for_each_tp(VAV, [](tpcb& tp) {
-        pndcb* pend = tp.verb_q.first();
-        if (pend == nullptr || pend->vcb == nullptr || header_of(pend->vcb).opcode != TP_STARTED)
+        if (!is_first(tp, TP_STARTED))
             return true;
+        pndcb* pend = tp.verb_q.first();
         recover_set_tp(tp);
         invariant(tp.verb_q.holds_only(*pend), VAV, "NB_ALONE_IN_LIST(pndcb->queue)");
         drop_path(tp);

@@ -145,10 +145,10 @@ u16 take_answer(tpcb& tp, pndcb& pend, const verb_row* verb, rcv_info& info) noe
         invariant(answered == opcode || answered == SEND_CONVERSATION, VAVSUB,
                   "(opcode == VAV_HDR(pndcb->vcb)->opcode) || (opcode == NAP_B_SEND_CONVERSATION)");
     if (copied) {
-        const u16 shrink = vav_make_vcb_32bit(block, verb->layout(header_of(pend.vcb).format));
+        const u16 shrink = vav_make_vcb_32bit(block, verb->layout(pend.format));
         header.buf_len -= shrink;
         header.msg_len -= shrink;
-        vav_copy_vcb(pend.vcb, block, *verb);
+        vav_copy_vcb(pend.vcb, block, *verb, pend.format);
     }
 
     const answer got{tp, pend, block, header.src_corr, copied};

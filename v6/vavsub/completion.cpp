@@ -34,14 +34,11 @@ struct tp_id_copy {
     explicit tp_id_copy(const tpcb& tp) noexcept { std::memcpy(bytes, tp.tp_id, TP_ID_BYTES); }
 };
 
-u32 conversation_of(const void* vcb, u16 opcode) noexcept
+u32 conversation_of(const void* vcb, const verb_row& verb) noexcept
 {
-    const verb_row* verb = find_verb(opcode);
-    if (!invariant(verb != nullptr, VAVSUB, "FALSE"))
-        return 0;
-    if (verb->conv_verb)
+    if (verb.conv_verb)
         return header_of(vcb).conv_id;
-    return is_receive_allocate(opcode) ? block_as<appc_receive_allocate>(vcb).conv_id : 0;
+    return is_receive_allocate(verb.opcode) ? block_as<appc_receive_allocate>(vcb).conv_id : 0;
 }
 
 // The library's own SET_TP_PROPERTIES has been answered: the TP_STARTED that waited for it completes in its place.
@@ -71,12 +68,12 @@ void take_out(tpcb& tp, pndcb& pend) noexcept
 }
 
 // RECEIVE_AND_POST and TEST_RTS_AND_POST complete through the routine that their block names, else as issued.
-void complete_post_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
+void complete_post_verb(tpcb& tp, pndcb& pend) noexcept
 {
     void* vcb = pend.vcb;
     tp_id_copy tp_id{tp};
     const u32 conversation = header_of(vcb).conv_id;
-    const auto post = load<appc_post>(vcb, verb.post_callback);
+    const auto post = load<appc_post>(vcb, pend.verb->post_callback);
     const appc_completion callback = pend.callback;
     const u32 corr = pend.corr;
     vav_free_pend(&pend);
@@ -87,10 +84,9 @@ void complete_post_verb(tpcb& tp, pndcb& pend, const verb_row& verb) noexcept
 }
 
 // Whether the record must stay for the implied forget that will follow its successful DEALLOCATE.
-bool awaits_forget(const pndcb& pend, u16 opcode) noexcept
+bool awaits_forget(const pndcb& pend) noexcept
 {
-    const block_header& header = header_of(pend.vcb);
-    return opcode == DEALLOCATE && header.format == 1 && header.primary_rc == OK && pend.forgotten == 0 &&
+    return pend.verb->opcode == DEALLOCATE && pend.format == 1 && header_of(pend.vcb).primary_rc == OK && pend.forgotten == 0 &&
            block_as<appc_deallocate>(pend.vcb).forget_callback != nullptr;
 }
 
@@ -104,14 +100,14 @@ void keep_for_forget(tpcb& tp, pndcb& pend, u32 conversation) noexcept
     tp.forget_q.append(pend);
 }
 
-void complete_verb(tpcb& tp, pndcb& pend, u16 opcode) noexcept
+void complete_verb(tpcb& tp, pndcb& pend) noexcept
 {
     void* vcb = pend.vcb;
     tp_id_copy tp_id{tp};
-    const u32 conversation = conversation_of(vcb, opcode);
+    const u32 conversation = conversation_of(vcb, *pend.verb);
     const appc_completion callback = pend.callback;
     const u32 corr = pend.corr;
-    if (awaits_forget(pend, opcode))
+    if (awaits_forget(pend))
         keep_for_forget(tp, pend, conversation);
     else if (callback != vav_sync_callback)
         vav_free_pend(&pend);  // a woken synchronous caller frees its own
@@ -138,14 +134,13 @@ void vav_call_appl(tpcb& tp, pndcb& completed) noexcept
 
     if (api_trace_on())
         seputrap(TRACE_RESPONSE, pend->vcb);
-    const u16 opcode = header_of(pend->vcb).opcode;
-    if (opcode == RECEIVE_AND_POST) {
-        complete_post_verb(tp, *pend, *find_verb(opcode));  // its routine may wait for verbs
-    } else if (opcode == TEST_RTS_AND_POST) {
-        const callback_scope scope;
-        complete_post_verb(tp, *pend, *find_verb(opcode));
+    if (pend->verb->post_callback == 0) {
+        complete_verb(tp, *pend);
+    } else if (pend->verb->opcode == RECEIVE_AND_POST) {
+        complete_post_verb(tp, *pend);  // its routine may wait for verbs
     } else {
-        complete_verb(tp, *pend, opcode);
+        const callback_scope scope;
+        complete_post_verb(tp, *pend);
     }
 }
 
@@ -185,7 +180,7 @@ void vav_call_appl_imp_forget(tpcb& tp, pndcb& pend, u16 type) noexcept
     } else {
         // It has overtaken the DEALLOCATE's own answer.
         const auto& block = block_as<appc_deallocate>(deallocate);
-        if (!invariant(block.opcode == DEALLOCATE && block.format == 1, VAVSUB,
+        if (!invariant(pend.verb->opcode == DEALLOCATE && pend.format == 1, VAVSUB,
                        "(deallocate->opcode == NAP_B_DEALLOCATE) && (deallocate->format == 1)"))
             return;
         if (pend.forgotten != 0 || block.forget_callback == nullptr)

@@ -26,17 +26,12 @@ void mark_failed(tpcb& tp) noexcept
         tp.state = TP_FAILED;
 }
 
-bool is_tp_started(const pndcb* pend) noexcept
-{
-    return pend != nullptr && pend->vcb != nullptr && header_of(pend->vcb).opcode == TP_STARTED;
-}
-
 // Before a verb other than TP_STARTED completes on a failed TP: its codes, and what the node and the logs must know.
 sweep_end fail_verb(tpcb& tp, pndcb& pend) noexcept
 {
     set_codes(pend.vcb, COMMS_SUBSYSTEM_ABENDED, 0);
     mark_failed(tp);
-    const u16 opcode = header_of(pend.vcb).opcode;
+    const u16 opcode = pend.verb->opcode;
     if (is_receive_allocate(opcode)) {
         log_problem(LOG_VERB_FAILED, 221, "x lx es", u32{COMMS_SUBSYSTEM_ABENDED}, u32{0}, TP_NAME_BYTES,
                     block_as<appc_receive_allocate>(pend.vcb).tp_name);
@@ -54,7 +49,7 @@ sweep_end fail_verb(tpcb& tp, pndcb& pend) noexcept
 sweep_end sweep_verb(tpcb& tp, pndcb& pend) noexcept
 {
     sweep_end end = sweep_end::tp_ends;
-    if (!is_tp_started(&pend))
+    if (pend.verb->opcode != TP_STARTED)
         end = fail_verb(tp, pend);
     else if (pend.cancelled == 0 && vav_tp_started(tp, pend, START_AFTER_PATH_FAILURE) == 1)
         return sweep_end::tp_restarted;
@@ -86,12 +81,9 @@ void mark_concerned(tpcb& tp, u32 conversation, const pndcb& except) noexcept
                 vav_free_pend(pend);
             continue;
         }
-        const block_header& header = header_of(pend->vcb);
-        const verb_row* verb = find_verb(header.opcode);
-        invariant(verb != nullptr, VAVSUB, "FALSE");
         if (pend == &except)
             pend->sweep_mark = MARKED_AS_IT_IS;
-        else if (conversation == 0 || (verb != nullptr && verb->conv_verb && header.conv_id == conversation))
+        else if (conversation == 0 || (pend->verb->conv_verb && header_of(pend->vcb).conv_id == conversation))
             pend->sweep_mark = MARKED_CANCELLED;
     }
 }
@@ -131,7 +123,7 @@ void vav_process_failure(tpcb& tp) noexcept
 
     ++tp.sweeps;
     sweep_end end = sweep_end::tp_stays;
-    if (!is_tp_started(tp.verb_q.first()))
+    if (!is_first(tp, TP_STARTED))
         mark_failed(tp);  // what callbacks issue on it is refused
     if (!forget_all(tp))
         return;

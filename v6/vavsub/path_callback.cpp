@@ -10,7 +10,6 @@
 #include "v6/vavsub/failure.h"
 #include "v6/vavsub/status.h"
 #include "verbs/block.h"
-#include "verbs/catalogue.h"
 #include "wire/datagrams.h"
 
 namespace tessaly {
@@ -41,7 +40,7 @@ bool can_be_answered(const tpcb& tp, const pndcb& pend, const verb_row* verb, co
 {
     if (tp.path == 0 || pend.imp_forget != 0 || tp.set_tp_waiter == &pend)
         return false;
-    const u32 needed = verb == nullptr ? sizeof(block_header) : verb->travelling_length(header_of(pend.vcb).format);
+    const u32 needed = verb == nullptr ? sizeof(block_header) : verb->travelling_length(pend.format);
     return header.buf_len >= HEADER + needed;
 }
 
@@ -64,7 +63,7 @@ u16 receive_message(u32 path, rcv_info& info) noexcept
     pndcb* pend = waiting_verb(*tp, header);
     if (pend == nullptr)
         return drop(UNKNOWN_VERB);
-    const verb_row* verb = pend->vcb == nullptr ? nullptr : find_verb(header_of(pend->vcb).opcode);
+    const verb_row* verb = pend->vcb == nullptr ? nullptr : pend->verb;
     if (opcode == IMPLIED_FORGET && (verb == nullptr || verb->opcode != IMPLIED_FORGET)) {
         if (header.buf_len <= HEADER + FORGET_TYPE_AT)
             return drop(UNKNOWN_VERB);

@@ -161,11 +161,8 @@ void copy_by_rule(const result_copy& copy) noexcept
 
 }  // namespace
 
-void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb) noexcept
+void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb, u8 format) noexcept
 {
-    const u8 format = header_of(app_vcb).format;
-    if (!invariant(format <= 1, VAVSUB, "format == 1"))
-        return;
     copy_by_rule({app_vcb, answer_vcb, verb, format});
     header_of(app_vcb).opcode = verb.opcode;  // decides what is called: never the node's word
 }

@@ -6,9 +6,9 @@
 
 namespace tessaly {
 
-// Copies the results of an answer, in the caller's layout, into the application's block. The application's format decides which rule
-// and lengths hold. verb: the row of the application's verb.
-void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb) noexcept;
+// Copies the results of an answer, in the caller's layout, into the application's block. verb, format: of the application's verb; they
+// decide which rule and lengths hold.
+void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb, u8 format) noexcept;
 
 // Unpacks a logical unit of work identifier of 26 bytes in place: the name padded with blanks to its full width, then
 // the rest.

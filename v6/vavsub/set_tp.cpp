@@ -54,9 +54,9 @@ u16 vav_issue_set_tp(tpcb& tp, pndcb& started) noexcept
     set_vcb->set_user_id = 1;
     write_user_id(set_vcb->user_id, user->pw_name);
 
-    queue_verb(tp, *pend, set_vcb, 0);
+    queue_verb(tp, *pend, *find_verb(SET_TP_PROPERTIES), set_vcb, 0);
     tp.set_tp_waiter = &started;
-    vav_send_verb(tp, *pend, *find_verb(SET_TP_PROPERTIES));
+    vav_send_verb(tp, *pend);
     return VAV_IN_PROGRESS;
 }
 

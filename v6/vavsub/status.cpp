@@ -29,7 +29,7 @@ pndcb* announced_verb(const tpcb& tp) noexcept
     pndcb* pend = tp.verb_q.first();
     if (pend == nullptr || tp.path != 0)
         return nullptr;
-    return pend->vcb == nullptr || is_receive_allocate(header_of(pend->vcb).opcode) ? pend : nullptr;
+    return pend->vcb == nullptr || is_receive_allocate(pend->verb->opcode) ? pend : nullptr;
 }
 
 // Behind the receive-allocate only its CANCEL_CONV can wait.
@@ -39,7 +39,7 @@ void check_cancel(const tpcb& tp, const pndcb& pend) noexcept
     if (canpndcb == nullptr)
         return;
     const auto is_cancel = [](const pndcb* verb) {
-        return verb != nullptr && verb->vcb != nullptr && header_of(verb->vcb).opcode == CANCEL_CONV;
+        return verb != nullptr && verb->vcb != nullptr && verb->verb->opcode == CANCEL_CONV;
     };
     invariant(canpndcb == tp.pnd_cncl, VAVSUB, "canpndcb == tpcb->pnd_cncl");
     invariant(is_cancel(canpndcb), VAVSUB, "VAV_HDR(canpndcb->vcb)->opcode == NAP_CANCEL_CONVERSATION");
