@@ -4,10 +4,10 @@
 #     runtime   of libtessaly-runtime.so.7, likewise
 #     mallocs   calls of malloc and its sisters, whoever makes them
 #
-# A file has a block for each function: its object (ob=), its own instructions, a line a place, and for each function that it calls
-# a line "calls=" behind the callee's object (cob=, when that is another), followed by a line with what those calls took, all that they
-# call in turn included. So a part is the own lines of its functions, plus the calls that leave the project: just what callgrind
-# saw, nothing is divided by guess. Needs --compress-strings=no and --compress-pos=no.
+# A file has a block for each function: its object (ob=), its own instructions, a line a place, and for each function that it
+# calls a line "calls=" behind the callee's object (cob=, when that is another), followed by a line with what those calls
+# took, all that they call in turn included. So a part is the own lines of its functions, plus the calls that leave the
+# project: just what callgrind saw, nothing is divided by guess. Needs --compress-strings=no and --compress-pos=no.
 
 function part_of(object)
 {

@@ -1,5 +1,5 @@
-// Two programs, each in a thread of its own, that exchange records through the embedded node as applications do: one sends a record
-// together with the turn, the other sends one back.
+// Two programs, each in a thread of its own, that exchange records through the embedded node as applications do: one sends a
+// record together with the turn, the other sends one back.
 #pragma once
 
 #include "bench/verb.h"
@@ -25,8 +25,8 @@ private:
     program caller_;
     u8 record_[RECORD_BYTES] = {};
     u8 buffer_[RECORD_BYTES] = {};
-    appc_send_data send_;
-    appc_receive receive_;
+    appc_send_data send_{};
+    appc_receive receive_{};
 };
 
 }  // namespace tessaly::bench

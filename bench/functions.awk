@@ -1,5 +1,5 @@
-# Reads callgrind's files of a short and a long run, in this order, and prints the own instructions of each function per verb, with the
-# object that it lies in. Needs -v verbs=, the difference in length.
+# Reads callgrind's files of a short and a long run, in this order, and prints the own instructions of each function per
+# verb, with the object that it lies in. Needs -v verbs=, the difference in length.
 
 FNR == 1 { ++file }
 /^ob=/ { object = substr($0, 4); sub(/.*\//, "", object); next }

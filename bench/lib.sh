@@ -26,12 +26,14 @@ has()
 # run_under_callgrind OUT RUNTIME VERB TPS IN_FLIGHT TIMES
 run_under_callgrind()
 {
-    valgrind --tool=callgrind --instr-atstart=no --callgrind-out-file="$1" --dump-line=no --compress-strings=no --compress-pos=no \
+    valgrind --tool=callgrind --callgrind-out-file="$1" --instr-atstart=no --dump-line=no \
+        --compress-strings=no --compress-pos=no \
         "$programs/verb_loop_$2" "$3" "$6" "$4" "$5" "$long" >"$1.log" 2>&1 || { cat "$1.log" >&2; return 1; }
 }
 
-# instructions_per_verb RUNTIME VERB TPS IN_FLIGHT - prints per verb: the library's instructions, the runtime's, both together,
-# calls of malloc.
+# instructions_per_verb RUNTIME VERB TPS IN_FLIGHT - prints per verb: the library's instructions, the runtime's, both
+# together, and calls of malloc. verb_loop switches the counting on, for which it must have been built with valgrind's
+# header.
 instructions_per_verb()
 {
     local scratch times
@@ -40,7 +42,9 @@ instructions_per_verb()
         run_under_callgrind "$scratch/$times" "$@" "$times"
         awk -f "$root/bench/callgrind.awk" "$scratch/$times"
     done | paste - - | awk -v verbs=$((long - short)) '
-        { printf "%.0f %.0f %.0f %.3g\n", ($4 - $1) / verbs, ($5 - $2) / verbs, ($4 + $5 - $1 - $2) / verbs, ($6 - $3) / verbs }'
+        $1 == 0 { exit 1 }
+        { printf "%.0f %.0f %.0f %.3g\n", ($4 - $1) / verbs, ($5 - $2) / verbs, ($4 + $5 - $1 - $2) / verbs, ($6 - $3) / verbs }
+    ' || die "nothing was counted; build again, with valgrind installed"
     rm -rf "$scratch"
 }
 
@@ -51,8 +55,8 @@ system_calls_per_verb()
     scratch=$(mktemp)
     for times in "$short" "$long"; do
         strace -f -c -o "$scratch" "$programs/verb_loop_$1" "$2" "$times" 1 0 "$long"
-        # A table for each word size, since the program is loaded by a 64-bit process.
-        awk '$NF == "total" { calls += $(NF == 5 || NF == 6 ? 4 : NF - 1) } END { print calls + 0 }' "$scratch"
+        # strace prints a table for each word size, and the program is loaded by a 64-bit process.
+        awk '$NF == "total" { calls += $4 } END { print calls + 0 }' "$scratch"
     done | paste - - | awk -v verbs=$((long - short)) '{ printf "%.3g\n", ($2 - $1) / verbs }'
     rm -f "$scratch"
 }

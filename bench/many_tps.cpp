@@ -1,5 +1,5 @@
-// How much memory 10,000 TPs take at once, with the library, the runtime and the embedded node in one process. Prints the peak
-// resident size in KiB: with nothing started, with the TPs alone, or with a conversation between each two.
+// How much memory 10,000 TPs take at once, with the library, the runtime and the embedded node in one process. Prints the
+// peak resident size in KiB: with nothing started, with the TPs alone, or with a conversation between each two.
 #include "bench/one_thread.h"
 
 #include <sys/resource.h>

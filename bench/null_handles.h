@@ -1,5 +1,5 @@
-// Handles of the null runtime: the number of a slot, and above it the slot's generation, so that a handle costs an array access to
-// look up and a released one is not taken for its successor.
+// Handles of the null runtime: the number of a slot, and above it the slot's generation, so that a handle costs an array
+// access to look up and a released one is not taken for its successor.
 #pragma once
 
 #include "common/types.h"

@@ -1,9 +1,10 @@
-// The null runtime: the runtime contract at the least cost that it can have, so that what is measured over it is the verb library.
-// It is a libtessaly-runtime.so.7 like any other. For programs of one thread only.
+// The null runtime: the runtime contract at the least cost that it can have, so that what is measured over it is the verb
+// library. It is a libtessaly-runtime.so.7 like any other. For programs of one thread only.
 //
-// Every verb is answered with success as soon as it is sent. The answer is kept until vpm_sleep or vpm_process_pending_events
-// delivers it. RECEIVE_AND_WAIT brings as much data as there is room for; RECEIVE_AND_POST is never answered, so that verbs can be
-// kept in flight. Nothing is allocated after the start, but for what the library itself asks for.
+// Every verb is answered with success as soon as it is sent. The answer is kept until vpm_sleep or
+// vpm_process_pending_events delivers it. RECEIVE_AND_WAIT brings as much data as there is room for; RECEIVE_AND_POST is
+// never answered, so that verbs can be kept in flight. Nothing is allocated after the start, but for what the library itself
+// asks for.
 #include "bench/null_handles.h"
 #include "runtime/node_runtime.h"
 #include "wire/verb_message.h"
@@ -26,8 +27,8 @@ constexpr u16 QUEUE_FULL = 12;
 constexpr u32 MOST_ANSWERS = 512;
 constexpr u32 MOST_WAIT_OBJECTS = 512;
 
-// The library frees no message, so an answer stays in its place while it is delivered; the queue is full one place early, so that
-// what a callback sends meanwhile does not overwrite it.
+// The library frees no message, so an answer stays in its place while it is delivered; the queue is full one place early, so
+// that what a callback sends meanwhile does not overwrite it.
 struct answer {
     u32 path;
     verb_message message;

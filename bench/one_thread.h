@@ -1,5 +1,5 @@
-// For programs that play both ends of a conversation in one thread. While they hold the runtime's lock, what asynchronous verbs bring
-// about is delivered when and where they want it, and no other thread takes part.
+// For programs that play both ends of a conversation in one thread. While they hold the runtime's lock, what asynchronous
+// verbs bring about is delivered when and where they want it, and no other thread takes part.
 #pragma once
 
 #include "bench/verb.h"

@@ -1,4 +1,5 @@
-// The embedded node against what it is measured by: prints the nanoseconds of one verb, or of one exchange of 256 bytes each way.
+// The embedded node against what it is measured by: prints the nanoseconds of one verb, or of one exchange of 256 bytes each
+// way.
 #include "bench/conversing.h"
 #include "bench/stage.h"
 

@@ -1,5 +1,5 @@
-// What the measured verbs are issued on: TPs, verbs in flight, and a TP that has a conversation. All in one thread, over the null
-// runtime or over the embedded node, as the program is linked.
+// What the measured verbs are issued on: TPs, verbs in flight, and a TP that has a conversation. All in one thread, over the
+// null runtime or over the embedded node, as the program is linked.
 #pragma once
 
 #include "bench/verb.h"
@@ -13,7 +13,8 @@ inline constexpr bool OVER_NODE = TESSALY_BENCH_OVER_NODE;
 
 class stage {
 public:
-    // tps: at least 1; with the embedded node the partner of the conversation comes on top. in_flight: verbs that stay in flight.
+    // tps: at least 1; with the embedded node the partner of the conversation comes on top. in_flight: verbs that stay in
+    // flight.
     stage(u32 tps, u32 in_flight);
     stage(const stage&) = delete;
     stage& operator=(const stage&) = delete;

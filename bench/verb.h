@@ -1,5 +1,5 @@
-// Programs as the benchmarks write them: a TP with at most one conversation, and the blocks of its verbs. A verb that fails ends the
-// process, since what follows would measure something else.
+// Programs as the benchmarks write them: a TP with at most one conversation, and the blocks of its verbs. A verb that fails
+// ends the process, since what follows would measure something else.
 #pragma once
 
 #include "bench/timing.h"

@@ -1,10 +1,11 @@
-// Issues one verb a given number of times, warm, and nothing else: what bench/instructions and bench/counters run twice, with two
-// lengths, so that the difference is the verbs alone.
+// Issues one verb a given number of times, warm, and nothing else: what bench/instructions and bench/counters run twice,
+// with two lengths, so that the difference is the verbs alone.
 #include "bench/stage.h"
 
 #include <string_view>
 
-// Until the loop begins callgrind need not look, which makes its runs far shorter. What it counts meanwhile would cancel out anyway.
+// Until the loop begins callgrind need not look, which makes its runs far shorter. What it counts meanwhile would cancel out
+// anyway.
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
 #else

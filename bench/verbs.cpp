@@ -1,5 +1,5 @@
-// What a verb costs in time: by verb, by how many TPs there are, by how many verbs are in flight. Over the null runtime it is the
-// library's cost and the little that the null runtime adds, over the embedded node also the node's.
+// What a verb costs in time: by verb, by how many TPs there are, by how many verbs are in flight. Over the null runtime it
+// is the library's cost and the little that the null runtime adds, over the embedded node also the node's.
 #include "bench/stage.h"
 #if TESSALY_BENCH_OVER_NODE
 #include "bench/conversing.h"

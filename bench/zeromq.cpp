@@ -1,5 +1,5 @@
-// The same exchange through ZeroMQ's inproc transport, 256 bytes each way between two threads; prints the nanoseconds of one. A
-// 64-bit program of its own, which bench/compare builds against Debian's package.
+// The same exchange through ZeroMQ's inproc transport, 256 bytes each way between two threads; prints the nanoseconds of
+// one. A 64-bit program of its own, which bench/compare builds against Debian's package.
 #include "bench/timing.h"
 
 #include <zmq.h>

@@ -28,3 +28,10 @@ set_target_properties(tessaly_runtime PROPERTIES OUTPUT_NAME tessaly-runtime VER
 target_include_directories(tessaly_runtime INTERFACE ${tessaly_include_dirs})
 target_link_options(tessaly_runtime PRIVATE LINKER:--version-script=${map})
 target_link_libraries(tessaly_runtime PRIVATE tessaly_engine Threads::Threads)
+
+# A verb over the embedded node is plain calls from the runtime through the engine and back.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set_target_properties(tessaly_ground tessaly_engine tessaly_runtime PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    target_compile_options(tessaly_ground PRIVATE -ffat-lto-objects)
+    target_compile_options(tessaly_engine PRIVATE -ffat-lto-objects)
+endif()
