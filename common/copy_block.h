@@ -1,5 +1,5 @@
-// Copying and clearing blocks of 16 to 350 bytes. A verb's block is too short for the set-up of a library call to pay, and too long
-// for the compiler to know what to do without one.
+// Copying and clearing blocks of 16 to 350 bytes. A verb's block is too short for the set-up of a library call to pay, and
+// too long for the compiler to know what to do without one.
 #pragma once
 
 #include "common/types.h"

@@ -44,7 +44,8 @@ inline void forget_delivery_to(const tpcb& tp) noexcept
     }
 }
 
-// Visits the TPs in table order until a visit says stop (false). A visit may end TPs; when it ends the library, that was the last.
+// Visits the TPs in table order until a visit says stop (false). A visit may end TPs; when it ends the library, that was
+// the last.
 template <typename Visit>
 void for_each_tp(const char* module, Visit visit) noexcept
 {

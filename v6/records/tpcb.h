@@ -1,6 +1,7 @@
 // The TP control block: one per TP, from its starting verb until its end. Made and released here only.
 #pragma once
 
+#include "common/inlining.h"
 #include "common/list.h"
 #include "common/types.h"
 #include "v6/records/pndcb.h"
@@ -43,7 +44,7 @@ u16 vav_alloc_tpcb(tpcb** out) noexcept;
 
 // Releases a TP with its path, its kept DEALLOCATE records and its reserved record. What is on verb_q is the caller's
 // to complete first. Null does nothing.
-void vav_free_tpcb(tpcb* tp) noexcept;
+TESSALY_OFF_THE_ROAD void vav_free_tpcb(tpcb* tp) noexcept;
 
 // Records a verb as pending on the TP, behind those that it has. corr: handed to the record's callback.
 void queue_verb(tpcb& tp, pndcb& pend, const verb_row& verb, void* vcb, u32 corr) noexcept;

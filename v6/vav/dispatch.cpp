@@ -1,5 +1,6 @@
 #include "v6/vav/dispatch.h"
 
+#include "common/inlining.h"
 #include "common/invariant.h"
 #include "common/runtime_guards.h"
 #include "common/runtime_log.h"
@@ -49,7 +50,7 @@ void promote_format(const verb_call& call) noexcept
 }
 
 // Result: whether the library has started; else the verb has its codes.
-bool start_library(const verb_call& call) noexcept
+TESSALY_OFF_THE_ROAD bool start_library(const verb_call& call) noexcept
 {
     const u16 code = vav_init();
     if (code == 0)
@@ -92,7 +93,7 @@ bool reserve_set_tp(tpcb& tp) noexcept
 }
 
 // TP_STARTED and the receive-allocate verbs: everything is made, or nothing.
-u16 start_tp(verb_call& call) noexcept
+TESSALY_OFF_THE_ROAD u16 start_tp(verb_call& call) noexcept
 {
     const bool tp_started = call.verb->opcode == TP_STARTED;
 
@@ -128,13 +129,13 @@ bool has_zero_tp_id(const void* vcb) noexcept
 }
 
 // CANCEL_CONV of a start that has no TP identifier yet.
-u16 cancel_start(verb_call& call) noexcept
+TESSALY_OFF_THE_ROAD u16 cancel_start(verb_call& call) noexcept
 {
     return header_of(call.vcb).conv_id == 0 ? vav_cancel_tp_started() : vav_cancel_rcv_alloc(call);
 }
 
 // CANCEL_CONV without a conversation: the TP's ALLOCATE is the one.
-u16 cancel_allocate(const verb_call& call, tpcb& tp) noexcept
+TESSALY_OFF_THE_ROAD u16 cancel_allocate(const verb_call& call, tpcb& tp) noexcept
 {
     pndcb* pend = tp.verb_q.first();
     if (pend == nullptr)
@@ -180,7 +181,7 @@ u16 send_on_tp(verb_call& call, tpcb& tp) noexcept
 }
 
 // A TP that does not take verbs. TP_ENDED on one whose path failed releases it.
-u16 refuse_on(const verb_call& call, tpcb* tp) noexcept
+TESSALY_OFF_THE_ROAD u16 refuse_on(const verb_call& call, tpcb* tp) noexcept
 {
     if (tp == nullptr || tp->state == TP_ENDING || tp->state == TP_GONE)
         return complete(call, PARAMETER_CHECK, SEC_BAD_TP_ID);
@@ -199,7 +200,7 @@ u16 issue_on_tp(verb_call& call) noexcept
     return send_on_tp(call, *tp);
 }
 
-u16 issue_registration(const verb_call& call) noexcept
+TESSALY_OFF_THE_ROAD u16 issue_registration(const verb_call& call) noexcept
 {
     if (call.verb->opcode == REGISTER_CPIC_TP)
         vav_register_cpic_tp(call.vcb);

@@ -37,8 +37,8 @@ struct verb_call {
 // Records a verb as pending on a TP. A synchronous verb's record has a wait object, which is then its correlator.
 void queue(verb_call& call, tpcb& tp, pndcb& pend) noexcept;
 
-// Issues one verb, with the process lock held. Result: VAV_IN_PROGRESS (it completes later, through the callback) or VAV_COMPLETE (the
-// results are in the block).
+// Issues one verb, with the process lock held. Result: VAV_IN_PROGRESS (it completes later, through the callback) or
+// VAV_COMPLETE (the results are in the block).
 u16 vav_async_verb(verb_call& call) noexcept;
 
 }  // namespace tessaly

@@ -1,6 +1,7 @@
 // The exported verb entry points, and the synchronous call around the dispatcher.
 
 #include "common/export.h"
+#include "common/inlining.h"
 #include "common/invariant.h"
 #include "common/runtime_guards.h"
 #include "v6/records/main_cb.h"
@@ -31,7 +32,7 @@ void release_record(pndcb* pend, u16 opcode) noexcept
 }
 
 // Runs one verb and returns when it has completed. Post verbs are left to complete on their own.
-void vav_sync_verb(void* vcb, api_type api) noexcept
+TESSALY_HOT_ROAD void vav_sync_verb(void* vcb, api_type api) noexcept
 {
     const process_lock lock;
     vpm_process_pending_events();
@@ -44,7 +45,8 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
     const u32 handle = call.pend->handle;
     vpm_sleep(call.wait_object, NO_TIME_LIMIT);
     if (main_cb.stops != stops) {
-        // The process forked meanwhile. The TP is gone with the parent's verbs, and so is the record unless it had been answered.
+        // The process forked meanwhile. The TP is gone with the parent's verbs, and so is the record unless it had been
+        // answered.
         if (nba_validate_handle(handle) == call.pend)
             vav_free_pend(call.pend);
         return;
@@ -62,7 +64,7 @@ void vav_sync_verb(void* vcb, api_type api) noexcept
     }
 }
 
-u16 async_verb(void* vcb, appc_completion callback, u32 corr, api_type api) noexcept
+TESSALY_HOT_ROAD u16 async_verb(void* vcb, appc_completion callback, u32 corr, api_type api) noexcept
 {
     const process_lock lock;
     verb_call call{vcb, callback, corr, api};

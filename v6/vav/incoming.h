@@ -17,8 +17,8 @@ u16 vav_rcv_allocate(tpcb& tp, pndcb& pend) noexcept;
 // in its block).
 u16 vav_send_rcv_allocate(tpcb& tp, pndcb& pend, u32 attach_addr, u32 attach_corr) noexcept;
 
-// CANCEL_CONV of a waiting receive-allocate, the first one that waits. Result: VAV_IN_PROGRESS when the node must answer first, else
-// VAV_COMPLETE.
+// CANCEL_CONV of a waiting receive-allocate, the first one that waits. Result: VAV_IN_PROGRESS when the node must answer
+// first, else VAV_COMPLETE.
 u16 vav_cancel_rcv_alloc(verb_call& call) noexcept;
 
 // Copies an EBCDIC TP name up to its first blank; a name that starts with 0x00 or a blank is empty.

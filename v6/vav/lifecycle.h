@@ -2,6 +2,7 @@
 // starts it.
 #pragma once
 
+#include "common/inlining.h"
 #include "common/types.h"
 
 namespace tessaly {
@@ -11,7 +12,7 @@ namespace tessaly {
 u16 vav_init() noexcept;
 
 // Releases the path user, the TP table and the records of the cache. The TPs have been freed before.
-void vav_terminate() noexcept;
+TESSALY_OFF_THE_ROAD void vav_terminate() noexcept;
 
 // Stops the library if the node has terminated and no TP is left.
 void stop_after_last_tp() noexcept;

@@ -105,7 +105,8 @@ u16 copy_whole(u8* dest, const void* vcb, const block_format& format) noexcept
     return format.length;
 }
 
-// Copies an application's block as the node expects it; dest has room for it. Result: bytes that it takes there, in the caller's layout.
+// Copies an application's block as the node expects it; dest has room for it. Result: bytes that it takes there, in the
+// caller's layout.
 u16 vav_copy_verb_send(u8* dest, const void* vcb, const verb_row& verb, const block_format& format) noexcept
 {
     switch (verb.send) {

@@ -6,8 +6,8 @@
 
 namespace tessaly {
 
-// Builds the message of a queued verb by its row and sends it on the TP's path. Result: the runtime's last status, which callers do
-// not look at: a failed send shows up as a path failure.
+// Builds the message of a queued verb by its row and sends it on the TP's path. Result: the runtime's last status, which
+// callers do not look at: a failed send shows up as a path failure.
 u16 vav_send_verb(tpcb& tp, pndcb& pend) noexcept;
 
 }  // namespace tessaly

@@ -1,5 +1,6 @@
 #include "v6/vavsub/answers.h"
 
+#include "common/inlining.h"
 #include "common/invariant.h"
 #include "common/runtime_log.h"
 #include "v6/records/main_cb.h"
@@ -118,7 +119,7 @@ u16 deliver_data(const answer& got, rcv_info& info) noexcept
     return NODE_RESULT_DELIVER;
 }
 
-u16 verb_answered(const answer& got, const verb_row* verb, rcv_info& info) noexcept
+TESSALY_HOT_ROAD u16 verb_answered(const answer& got, const verb_row* verb, rcv_info& info) noexcept
 {
     return_tp_id(got);
     if (got.copied && verb->received_into != 0 && block_as<appc_receive>(got.pend.vcb).dlen != 0)

@@ -8,8 +8,8 @@
 
 namespace tessaly {
 
-// Takes the answer to a verb that waits on the TP. verb: its row, null when nobody waits for its results any more. The message is
-// at least as long as the verb's block in node layout. Result: enum node_event_result.
+// Takes the answer to a verb that waits on the TP. verb: its row, null when nobody waits for its results any more. The
+// message is at least as long as the verb's block in node layout. Result: enum node_event_result.
 u16 take_answer(tpcb& tp, pndcb& pend, const verb_row* verb, rcv_info& info) noexcept;
 
 }  // namespace tessaly

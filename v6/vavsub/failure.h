@@ -14,8 +14,8 @@ u16 vav_abend(u32 path, tpcb& tp) noexcept;
 // Fails every verb of a TP whose path is gone. The TP ends, starts again on another node, or stays failed.
 void vav_process_failure(tpcb& tp) noexcept;
 
-// Cancels the queued verbs of one conversation, or with 0 all verbs of the TP, up to the last one queued now. `except` caused the
-// sweep and completes in its place with its own codes.
+// Cancels the queued verbs of one conversation, or with 0 all verbs of the TP, up to the last one queued now. `except`
+// caused the sweep and completes in its place with its own codes.
 void vav_cancel_verbs_in_list(u32 conversation, pndcb& except, tpcb& tp) noexcept;
 
 }  // namespace tessaly

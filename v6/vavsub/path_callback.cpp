@@ -34,8 +34,8 @@ pndcb* waiting_verb(const tpcb& tp, const verb_message_header& header) noexcept
     return pend != nullptr && pend->tp_handle == tp.handle && is_linked(pend->link) ? pend : nullptr;
 }
 
-// Whether the verb still waits for an answer, on a path, and this one is long enough for its block. verb: its row, null when nobody
-// waits for its results.
+// Whether the verb still waits for an answer, on a path, and this one is long enough for its block. verb: its row, null
+// when nobody waits for its results.
 bool can_be_answered(const tpcb& tp, const pndcb& pend, const verb_row* verb, const verb_message_header& header) noexcept
 {
     if (tp.path == 0 || pend.imp_forget != 0 || tp.set_tp_waiter == &pend)

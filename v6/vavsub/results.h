@@ -6,8 +6,8 @@
 
 namespace tessaly {
 
-// Copies the results of an answer, in the caller's layout, into the application's block. verb, format: of the application's verb; they
-// decide which rule and lengths hold.
+// Copies the results of an answer, in the caller's layout, into the application's block. verb, format: of the application's
+// verb; they decide which rule and lengths hold.
 void vav_copy_vcb(void* app_vcb, const void* answer_vcb, const verb_row& verb, u8 format) noexcept;
 
 // Unpacks a logical unit of work identifier of 26 bytes in place: the name padded with blanks to its full width, then
