@@ -141,7 +141,7 @@ TESSALY_OFF_THE_ROAD u16 cancel_allocate(const verb_call& call, tpcb& tp) noexce
     if (pend == nullptr)
         return complete(call, PARAMETER_CHECK, SEC_NO_ALLOCATE_PENDING);
 
-    const auto is_allocate = [](const pndcb& verb) { return verb.vcb != nullptr && verb.verb->opcode == ALLOCATE; };
+    const auto is_allocate = [](const pndcb& queued) { return queued.vcb != nullptr && queued.verb->opcode == ALLOCATE; };
     if (!invariant(is_allocate(*pend), VAV, "VAV_HDR(tmpcb->vcb)->opcode == NAP_B_ALLOCATE"))
         while (pend != nullptr && !is_allocate(*pend))
             pend = tp.verb_q.after(*pend);

@@ -38,8 +38,8 @@ void check_cancel(const tpcb& tp, const pndcb& pend) noexcept
     const pndcb* canpndcb = tp.verb_q.after(pend);
     if (canpndcb == nullptr)
         return;
-    const auto is_cancel = [](const pndcb* verb) {
-        return verb != nullptr && verb->vcb != nullptr && verb->verb->opcode == CANCEL_CONV;
+    const auto is_cancel = [](const pndcb* queued) {
+        return queued != nullptr && queued->vcb != nullptr && queued->verb->opcode == CANCEL_CONV;
     };
     invariant(canpndcb == tp.pnd_cncl, VAVSUB, "canpndcb == tpcb->pnd_cncl");
     invariant(is_cancel(canpndcb), VAVSUB, "VAV_HDR(canpndcb->vcb)->opcode == NAP_CANCEL_CONVERSATION");
