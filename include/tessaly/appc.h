@@ -429,7 +429,7 @@ typedef struct appc_allocate {
     appc_u8 reserved_178[10];
 } appc_allocate;
 
-/* SEND_CONVERSATION: allocate, send one record, deallocate, in one verb. */
+/* SEND_CONVERSATION: allocate, send one record, deallocate, in one verb; without sync level. Basic: one or more whole records. */
 typedef struct appc_send_conversation {
     APPC_TP_HEADER;
     appc_u32 reserved_20;
@@ -468,7 +468,8 @@ typedef struct appc_send_data {
     appc_u8 reserved_33[11];
 } appc_send_data;
 
-/* SEND_EXPEDITED_DATA: up to 86 bytes past the ordinary flow, in either state. */
+/* SEND_EXPEDITED_DATA: 1 to 86 bytes past the ordinary flow, in any state. Waits while the partner has yet to receive what was
+ * sent so before. */
 typedef struct appc_send_expedited_data {
     APPC_CONVERSATION_HEADER;
     appc_u8 rts_rcvd;                /*  24  out */
@@ -499,7 +500,7 @@ typedef appc_receive appc_receive_and_wait;
 typedef appc_receive appc_receive_immediate;
 typedef appc_receive appc_receive_and_post;
 
-/* RECEIVE_EXPEDITED_DATA. */
+/* RECEIVE_EXPEDITED_DATA, in any state. A buffer that is too short takes a part; expd_rcvd tells of the rest. */
 typedef struct appc_receive_expedited_data {
     APPC_CONVERSATION_HEADER;
     appc_u8 rtn_ctl;           /*  24  in: APPC_WHEN_SESSION_ALLOCATED waits, APPC_IMMEDIATE does not */

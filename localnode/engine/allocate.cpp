@@ -1,10 +1,11 @@
 // ALLOCATE sends an attach to the partner LU and completes at once; what becomes of the attach is told by later verbs.
-// RECEIVE_ALLOCATE takes the attach that it names.
+// RECEIVE_ALLOCATE takes the attach that it names. SEND_CONVERSATION goes the whole way at once.
 #include "localnode/engine/allocate.h"
 
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/conversations.h"
 #include "localnode/engine/tps.h"
+#include "localnode/engine/transfer.h"
 
 #include <cstring>
 
@@ -12,10 +13,25 @@ namespace tessaly::node {
 
 namespace {
 
+// SEND_CONVERSATION is read by the struct of ALLOCATE; what ALLOCATE alone has is reserved in it.
+#define SAME_PLACE(field) static_assert(offsetof(appc_allocate, field) == offsetof(appc_send_conversation, field))
+SAME_PLACE(conv_type);
+SAME_PLACE(rtn_ctl);
+SAME_PLACE(plu_alias);
+SAME_PLACE(mode_name);
+SAME_PLACE(tp_name);
+SAME_PLACE(security);
+SAME_PLACE(user_id);
+SAME_PLACE(pip_dlen);
+SAME_PLACE(fqplu_name);
+#undef SAME_PLACE
+
+constexpr u16 MOST_PIP_BYTES = 0x7FFF;
+
 u32 wrong_parameter(const appc_allocate& block) noexcept
 {
-    // Basic conversations are not there yet, and a mapped verb allocates nothing else.
-    if (block.conv_type != APPC_MAPPED || (block.opext & APPC_MAPPED_CONVERSATION) == 0)
+    const u8 type_of_verb = (block.opext & APPC_MAPPED_CONVERSATION) != 0 ? APPC_MAPPED : APPC_BASIC;
+    if (block.conv_type != type_of_verb)
         return APPC_SEC_BAD_CONV_TYPE;
     if (block.sync_level > APPC_SYNC_CONFIRM)
         return APPC_SEC_BAD_SYNC_LEVEL;
@@ -23,6 +39,8 @@ u32 wrong_parameter(const appc_allocate& block) noexcept
         return APPC_SEC_BAD_RETURN_CONTROL;
     if (block.security > APPC_SECURITY_PGM)
         return APPC_SEC_BAD_SECURITY;
+    if (block.pip_dlen > MOST_PIP_BYTES)
+        return APPC_SEC_PIP_LEN_INCORRECT;
     return 0;
 }
 
@@ -68,6 +86,8 @@ void describe(conv_side& side, const request& verb, const lu_alias& local, const
     side.program = name_in<tp_name>(block.tp_name);
     side.mode = name_in<mode_name>(block.mode_name);
     side.user = user_for(block, *verb.user);
+    side.luw = verb.user->protected_luw;
+    side.pip_bytes = block.pip_dlen;
 }
 
 void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
@@ -81,13 +101,60 @@ void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
     put(block.lu_alias, side.local_lu);
     put(block.plu_alias, side.partner_lu);
     put(block.mode_name, side.mode);
-    block.conv_group_id = 0;
+    block.conv_group_id = side.session;
     put(block.fqplu_name, full_name(side.partner_lu));
-    block.pip_incoming = 0;
+    block.pip_incoming = side.pip_bytes != 0;
     block.duplex_type = 0;
     std::memset(block.security_profile, EBCDIC_BLANK, sizeof block.security_profile);
-    block.pip_dlen = 0;
+    block.pip_dlen = side.pip_bytes;
     put(block.fq_lu_name, full_name(side.local_lu));
+}
+
+struct established {
+    conv_side* side;
+    return_codes refusal;  // without a side
+};
+
+// A new conversation as the block describes it; its attach is on its way.
+established establish(node& n, const request& verb)
+{
+    const auto& block = block_as<appc_allocate>(verb.block);
+    if (const u32 wrong = wrong_parameter(block); wrong != 0)
+        return {nullptr, {PARAMETER_CHECK, wrong}};
+    const destination to = find_partner_lu(block);
+    if (!to.lu)
+        return {nullptr, to.refusal};
+    if (is_blank(name_in<tp_name>(block.tp_name)))
+        return {nullptr, {ALLOCATION_ERROR, APPC_SEC_TP_NAME_NOT_RECOGNIZED}};
+    conv_side* const side = begin_conversation(n, *verb.user);
+    if (side == nullptr)
+        return {nullptr, {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_RETRY}};
+    conv_side& incoming = *partner_of(n, *side);
+    describe(*side, verb, verb.user->lu, *to.lu);
+    describe(incoming, verb, *to.lu, verb.user->lu);
+    if (!send_attach(n, incoming)) {
+        release(n, incoming);
+        release(n, *side);
+        return {nullptr, NOBODY_TAKES_IT};
+    }
+    return {side, {}};
+}
+
+bool are_whole_records(std::span<const u8> data) noexcept
+{
+    record_border border;
+    return border.follow(data) && !border.in_record();
+}
+
+// False when there is no memory.
+bool send_all(node& n, conv_side& side, std::span<const u8> data)
+{
+    conv_side* const partner = partner_of(n, side);
+    if (partner == nullptr)
+        return true;
+    const bool basic = side.conv_type == APPC_BASIC;
+    return (!basic || pass_records(side, *partner, data)) &&
+           pass_on(n, *partner, basic ? nullptr : &data, indication::none, NORMAL_END);
 }
 
 }  // namespace
@@ -95,41 +162,39 @@ void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
 verdict allocate(node& n, request& verb)
 {
     auto& block = block_as<appc_allocate>(verb.block);
-    if (const u32 wrong = wrong_parameter(block); wrong != 0)
-        return refuse(verb, {PARAMETER_CHECK, wrong});
-    const destination to = find_partner_lu(block);
-    if (!to.lu)
-        return refuse(verb, to.refusal);
-    if (is_blank(name_in<tp_name>(block.tp_name)))
-        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_TP_NAME_NOT_RECOGNIZED});
-    // The accepting program has no verb that would fetch them.
-    if (!verb.data.empty())
-        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_PIP_NOT_ALLOWED});
+    const established made = establish(n, verb);
+    if (made.side == nullptr)
+        return refuse(verb, made.refusal);
+    block.conv_id = made.side->id;
+    block.conv_group_id = made.side->session;
+    return verdict::answer;
+}
 
-    conv_side* const side = begin_conversation(n, *verb.user);
-    if (side == nullptr)
-        return refuse(verb, {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_RETRY});
-    conv_side& incoming = *partner_of(n, *side);
-    describe(*side, verb, verb.user->lu, *to.lu);
-    describe(incoming, verb, *to.lu, verb.user->lu);
-    if (!send_attach(n, incoming)) {
-        release(n, incoming);
-        release(n, *side);
-        return refuse(verb, NOBODY_TAKES_IT);
-    }
-    block.conv_id = side->id;
-    block.conv_group_id = 0;
+verdict send_conversation(node& n, request& verb)
+{
+    auto& block = block_as<appc_send_conversation>(verb.block);
+    block_as<appc_allocate>(verb.block).sync_level = APPC_SYNC_NONE;
+    const std::span<const u8> data = verb.data.subspan(block.pip_dlen);
+    if (block.conv_type == APPC_BASIC && !are_whole_records(data))
+        return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_LL);
+    const established made = establish(n, verb);
+    if (made.side == nullptr)
+        return refuse(verb, made.refusal);
+    block.conv_group_id = made.side->session;
+    if (!send_all(n, *made.side, data))
+        return lose_conversation(n, *made.side, verb);
+    release(n, *made.side);
     return verdict::answer;
 }
 
 verdict receive_allocate(node& n, request& verb)
 {
     auto& block = block_as<appc_receive_allocate>(verb.block);
-    attach* const taken = take_attach(n, block.conv_id, verb.path->client, verb.header.src_corr);
+    attach* const taken = take_attach(n, block.conv_id, verb.path->client, verb.header->src_corr);
     if (taken == nullptr)
         return refuse(verb, {STATE_CHECK, SEC_ALLOCATE_FAILED});
     conv_side& side = *taken->side;
-    tp* const acceptor = begin_tp(n, *verb.path, verb.header.src_corr);
+    tp* const acceptor = begin_tp(n, *verb.path, verb.header->src_corr);
     if (acceptor == nullptr) {
         refuse_attach(n, *taken);
         return refuse(verb, {UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY});
@@ -137,6 +202,7 @@ verdict receive_allocate(node& n, request& verb)
     acceptor->lu = side.local_lu;
     acceptor->name = side.program;
     acceptor->user = side.user;
+    acceptor->protected_luw = acceptor->unprotected_luw = side.luw;
     bind(side, *acceptor);
     fill_answer(block, side);
     return verdict::answer;

@@ -23,7 +23,7 @@ void complete_question(node& n, conv_side& asker)
     }
     answer_waiter(n, asker, {});
     if (asker.state == conv_state::reset)
-        release(n, asker);
+        leave(n, asker);
 }
 
 }  // namespace
@@ -35,14 +35,7 @@ verdict confirm_partner(node& n, conv_side& side, conv_state next)
         complete_question(n, *asker);
     side.state = next;
     if (next == conv_state::reset)
-        release(n, side);
-    return verdict::answer;
-}
-
-verdict ask_for_turn(node& n, conv_side& side)
-{
-    if (conv_side* const partner = partner_of(n, side))
-        partner->turn_wanted = 1;
+        leave(n, side);
     return verdict::answer;
 }
 

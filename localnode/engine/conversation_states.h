@@ -36,7 +36,7 @@ enum class conv_verb : u8 {
     receive_immediate,
     send_error,
     request_to_send,
-    test_rts,
+    test_rts,  // and TEST_RTS_AND_POST
     send_expedited_data,
     receive_expedited_data,
     inquire,  // GET_TYPE, GET_STATE, GET_ATTRIBUTES
@@ -66,5 +66,8 @@ step conversation_step(conv_verb verb, conv_state state) noexcept;
 
 // The secondary code of STATE_CHECK when the verb is refused.
 u32 bad_state_code(conv_verb verb) noexcept;
+
+// The same when the sender of a basic conversation is in the middle of a record; 0 for a verb that may be issued there.
+u32 inside_record_code(conv_verb verb) noexcept;
 
 }  // namespace tessaly::node

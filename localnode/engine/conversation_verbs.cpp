@@ -1,6 +1,7 @@
 // Finds the conversation, reads the block, asks the state table, and does what it says.
 #include "localnode/engine/conversation_verbs.h"
 
+#include "localnode/engine/asides.h"
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/confirm.h"
 #include "localnode/engine/conversations.h"
@@ -65,20 +66,51 @@ return_codes ending_of(action act, const conv_side& side) noexcept
     }
 }
 
+// Basic: whether the data are a sound stream of records and end where the verb may be issued that follows them.
+return_codes check_records(const conv_side& side, std::span<const u8> data, conv_verb acting) noexcept
+{
+    record_border after = side.sent;
+    if (!after.follow(data))
+        return {PARAMETER_CHECK, APPC_SEC_BAD_LL};
+    const u32 inside_record = inside_record_code(acting);
+    if (after.in_record() && inside_record != 0)
+        return {STATE_CHECK, inside_record};
+    return {};
+}
+
+// Hands the data and what the verb indicates to the partner. False when there is no memory.
+bool hand_to_partner(node& n, conv_side& side, const std::span<const u8>* data, conv_verb acting, return_codes ending)
+{
+    conv_side* const partner = partner_of(n, side);
+    if (partner == nullptr)
+        return true;
+    if (data != nullptr && side.conv_type == APPC_BASIC) {
+        if (!pass_records(side, *partner, *data))
+            return false;
+        data = nullptr;
+    }
+    return pass_on(n, *partner, data, indication_of(acting), ending);
+}
+
 // Whatever flows from the sender: the data, if the verb has some, and what the acting verb indicates.
 verdict flow(node& n, conv_side& side, request& verb, conv_verb acting)
 {
     const step to_do = conversation_step(acting, side.state);
     const bool has_data = verb.row->opcode == SEND_DATA;
-    const return_codes ending = ending_of(to_do.act, side);
-    conv_side* const partner = partner_of(n, side);
-    if (partner != nullptr && !pass_on(n, *partner, has_data ? &verb.data : nullptr, indication_of(acting), ending))
+    if (side.conv_type == APPC_BASIC)
+        if (const return_codes wrong = check_records(side, has_data ? verb.data : std::span<const u8>{}, acting);
+            wrong.primary != OK)
+            return refuse(verb, wrong);
+    if (!hand_to_partner(n, side, has_data ? &verb.data : nullptr, acting, ending_of(to_do.act, side)))
         return lose_conversation(n, side, verb);
 
     switch (to_do.act) {
     case action::ask: side.after_reply = to_do.next; return keep_waiting(side, verb, waits_for::confirmation);
     case action::finish:
-    case action::abend: release(n, side); return verdict::answer;
+    case action::abend:
+        put_status(side, verb.block);
+        leave(n, side);
+        return verdict::answer;
     default: break;
     }
     side.state = to_do.next;
@@ -91,11 +123,12 @@ verdict flow(node& n, conv_side& side, request& verb, conv_verb acting)
     return verdict::answer;
 }
 
-verdict abend_conversation(node& n, conv_side& side)
+verdict abend_conversation(node& n, conv_side& side, u16 code)
 {
     if (side.waiting != waits_for::nothing)
         answer_waiter(n, side, {CANCELLED, SEC_NONE});
-    end_side(n, side, abended(side));
+    end_asides(n, side, {CANCELLED, SEC_NONE});
+    end_side(n, side, {code, SEC_NONE});
     return verdict::answer;
 }
 
@@ -141,12 +174,12 @@ verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
     case action::ask:
     case action::finish:
     case action::turn_and_wait: return flow(n, side, verb, read.verb == conv_verb::send_data ? read.then : read.verb);
-    case action::abend: return abend_conversation(n, side);
+    case action::abend: return abend_conversation(n, side, read.abend);
     case action::wait: return receive(n, side, verb, true);
     case action::look: return receive(n, side, verb, false);
     case action::reply: return confirm_partner(n, side, to_do.next);
     case action::error: return send_error(n, side, verb);
-    case action::signal: return ask_for_turn(n, side);
+    case action::signal: return signal(n, side, verb);
     case action::tell: return inquire(side, verb);
     }
     return not_supported(verb);
@@ -157,11 +190,11 @@ verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
 verdict conversation_verb(node& n, request& verb)
 {
     conv_side* const side = find_side(n, verb);
-    const std::optional<reading> read = read_block(verb, side != nullptr ? side->sync_level : u8{APPC_SYNC_NONE});
-    if (!read)
-        return not_supported(verb);
     if (side == nullptr)
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID);
+    const std::optional<reading> read = read_block(verb, *side);
+    if (!read)
+        return not_supported(verb);
     if (!fits_type(verb, *side))
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE);
     if (read->wrong != 0)

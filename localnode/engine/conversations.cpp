@@ -1,6 +1,7 @@
 // Makes, binds and ends the sides of conversations.
 #include "localnode/engine/conversations.h"
 
+#include "localnode/engine/asides.h"
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/transfer.h"
@@ -24,6 +25,10 @@ conv_side* new_side(node& n, conv_state state)
     side->error = OK;
     side->ending = {};
     side->turn_wanted = 0;
+    side->sent = {};
+    for (aside_verb& each : side->asides)
+        each.waits = false;
+    side->expedited.bytes = 0;
     return side;
 }
 
@@ -41,6 +46,7 @@ conv_side* begin_conversation(node& n, tp& allocator)
     }
     out->partner = in->id;
     in->partner = out->id;
+    out->session = in->session = out->id;
     bind(*out, allocator);
     return out;
 }
@@ -72,10 +78,17 @@ void release(node& n, conv_side& side)
     n.side_table.give_back(side);
 }
 
+void leave(node& n, conv_side& side)
+{
+    end_asides(n, side, {CANCELLED, SEC_NONE});
+    release(n, side);
+}
+
 void end_by_partner(node& n, conv_side& side, return_codes codes)
 {
     side.behind = indication::none;
     side.ending = codes;
+    end_asides(n, side, codes);
     switch (side.waiting) {
     case waits_for::nothing: return;
     case waits_for::data: serve_receiver(n, side); return;
@@ -97,6 +110,7 @@ void end_side(node& n, conv_side& side, return_codes for_partner)
 
 verdict lose_conversation(node& n, conv_side& side, request& verb)
 {
+    end_asides(n, side, {CANCELLED, SEC_NONE});
     end_side(n, side, NO_MEMORY);
     return refuse(verb, NO_MEMORY);
 }

@@ -19,6 +19,9 @@ void unbind(conv_side& side);
 // The conversation is over for this side: its number names nothing any more. A verb that waits on it is not answered.
 void release(node& n, conv_side& side);
 
+// The same by the will of its own program: verbs that wait beside the ordinary flow are cancelled.
+void leave(node& n, conv_side& side);
+
 // Tells a side that its partner has ended the conversation. A verb that cannot complete otherwise ends with these codes, and
 // the side with it.
 void end_by_partner(node& n, conv_side& side, return_codes codes);
@@ -29,7 +32,7 @@ void end_side(node& n, conv_side& side, return_codes for_partner);
 // A verb that found no memory ends the conversation for both sides.
 verdict lose_conversation(node& n, conv_side& side, request& verb);
 
-// What the partner of an abnormal end is told.
+// What the partner is told when the end is no DEALLOCATE's.
 return_codes abended(const conv_side& side) noexcept;
 
 inline constexpr return_codes NORMAL_END{DEALLOC_NORMAL, SEC_NONE};

@@ -32,7 +32,7 @@ struct frame {
     frame_kind kind;
     client_id client = 0;
     u32 path = 0;
-    std::span<const u8> block = {};
+    std::span<const u8> block = {};  // aligned for u32
     std::span<const u8> data = {};
     u64 now_ms = 0;  // CLOCK_MONOTONIC
 };

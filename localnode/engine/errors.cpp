@@ -10,6 +10,14 @@ namespace tessaly::node {
 
 namespace {
 
+struct error_codes {
+    u16 whole;      // the sender's, between two records
+    u16 truncated;  // the sender's, inside a record
+    u16 purging;    // the receiver's
+};
+constexpr error_codes program = {PROG_ERROR_NO_TRUNC, PROG_ERROR_TRUNC, PROG_ERROR_PURGING};
+constexpr error_codes service = {APPC_SVC_ERROR_NO_TRUNC, APPC_SVC_ERROR_TRUNC, APPC_SVC_ERROR_PURGING};
+
 // Whether the error concerns what this side sends, not what it has received.
 bool in_send_direction(const conv_side& side, const appc_send_error& block) noexcept
 {
@@ -22,6 +30,7 @@ bool tell_error(node& n, conv_side& partner, u16 code)
 {
     if (partner.waiting == waits_for::confirmation || partner.waiting == waits_for::room) {
         partner.state = conv_state::receive;
+        partner.sent = {};
         answer_waiter(n, partner, {code, SEC_NONE});
         return true;
     }
@@ -29,6 +38,7 @@ bool tell_error(node& n, conv_side& partner, u16 code)
     if (!sends || partner.error != OK)
         return pass_error_on(n, partner, code);
     partner.error = code;
+    partner.sent = {};
     return true;
 }
 
@@ -36,13 +46,16 @@ bool tell_error(node& n, conv_side& partner, u16 code)
 
 verdict send_error(node& n, conv_side& side, request& verb)
 {
-    const u16 code =
-        in_send_direction(side, block_as<appc_send_error>(verb.block)) ? PROG_ERROR_NO_TRUNC : PROG_ERROR_PURGING;
+    const auto& block = block_as<appc_send_error>(verb.block);
+    const error_codes& codes = block.err_type == APPC_SVC_ERROR ? service : program;
+    const bool sends = in_send_direction(side, block);
+    const u16 code = !sends ? codes.purging : side.sent.in_record() ? codes.truncated : codes.whole;
     if (side.waiting != waits_for::nothing)
         answer_waiter(n, side, {CANCELLED, SEC_NONE});
     side.inbound.clear();
     side.behind = indication::none;
     side.state = conv_state::send;
+    side.sent = {};
     conv_side* const partner = partner_of(n, side);
     if (partner != nullptr && !tell_error(n, *partner, code))
         return lose_conversation(n, side, verb);

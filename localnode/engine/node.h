@@ -2,9 +2,11 @@
 // room works on it; each record is made and released in one place, which its comment names.
 #pragma once
 
+#include "common/copy_block.h"
 #include "common/list.h"
 #include "localnode/engine/conversation_states.h"
 #include "localnode/engine/engine.h"
+#include "localnode/engine/logical_records.h"
 #include "localnode/engine/lu_names.h"
 #include "localnode/engine/names.h"
 #include "localnode/engine/record_queue.h"
@@ -35,25 +37,33 @@ struct verb_ref {
     u8* block;
 };
 
+// The verb of the frame in hand. Whoever reads a struct of appc.h from the block stays within the verb's own length and format.
 struct request {
-    verb_message_header header;
+    const verb_message_header* header;  // in the frame
     const verb_row* row;
-    block_format layout;
+    const block_format* layout;
     path_record* path;
     tp* user;  // null for the verbs that start one
     std::span<const u8> data;
-    alignas(8) u8 block[256];  // zeros behind the verb's own bytes, so that any struct of appc.h may be read
+    alignas(8) u8 block[256];
 
-    operator verb_ref() noexcept { return {header, layout, block}; }
+    operator verb_ref() noexcept { return {*header, *layout, block}; }
 };
 
-// The verb that waits on a side of a conversation.
+// A verb that waits on a side of a conversation.
 struct waiting_verb {
     verb_message_header header;
-    block_format layout;
+    const block_format* layout;
     alignas(8) u8 block[sizeof(appc_receive)];  // the longest verb that waits
 
-    operator verb_ref() noexcept { return {header, layout, block}; }
+    operator verb_ref() noexcept { return {header, *layout, block}; }
+
+    void keep(const request& verb) noexcept
+    {
+        copy_block(&header, verb.header, sizeof header);
+        layout = verb.layout;
+        copy_block(block, verb.block, verb.layout->length);
+    }
 };
 
 enum class waits_for : u8 {
@@ -62,6 +72,24 @@ enum class waits_for : u8 {
     confirmation,  // of whatever the verb asked
     next_arrival,  // confirmed already, but PREPARE_TO_RECEIVE with long locks completes with what arrives next
     room,          // in the partner's queue
+};
+
+// What a verb may wait for beside the ordinary flow, whatever else waits. asides.
+enum class aside : u8 {
+    turn_request,    // TEST_RTS_AND_POST
+    expedited_data,  // RECEIVE_EXPEDITED_DATA
+    expedited_room,  // SEND_EXPEDITED_DATA: the partner has not yet received what was sent before
+};
+inline constexpr u32 ASIDES = 3;
+
+struct aside_verb {
+    bool waits;
+    waiting_verb verb;
+};
+
+struct expedited_data {
+    u8 bytes;  // 0: none
+    u8 data[86];
 };
 
 // What follows the records in a queue. There is at most one: after it the partner waits for this side.
@@ -91,7 +119,13 @@ struct conv_side {
     u16 error;            // not OK: the partner took the turn with SEND_ERROR, which the next verb tells
     return_codes ending;  // not OK: the partner has ended the conversation, which comes behind all else
     u8 turn_wanted;       // 1: the partner asked for the turn, and no answer has told it yet
+    record_border sent;   // basic: where the stream of records stands that this side sends
 
+    aside_verb asides[ASIDES];
+    expedited_data expedited;  // arrived
+    expedited_data held;       // of the SEND_EXPEDITED_DATA that waits
+
+    u32 session;  // the same on both sides
     u8 conv_type;
     u8 sync_level;
     lu_alias local_lu;
@@ -99,6 +133,8 @@ struct conv_side {
     tp_name program;  // the name that was asked for
     mode_name mode;
     user_name user;
+    appc_luw_id luw;  // packed, as it travels
+    u16 pip_bytes;    // of the PIP data that came with the attach
 };
 
 // A transaction program; its number is its correlator in headers and in its identifier. tps.
@@ -109,7 +145,7 @@ struct tp {
     lu_alias lu;
     tp_name name;
     user_name user;
-    appc_luw_id protected_luw;  // as they travelled
+    appc_luw_id protected_luw;  // packed, as they travel
     appc_luw_id unprotected_luw;
     list_head<conv_side> sides;
 };

@@ -9,9 +9,10 @@ struct reading {
     conv_verb verb;
     conv_verb then = conv_verb::flush;  // SEND_DATA: the verb that follows the data
     u32 wrong = 0;                      // secondary code of PARAMETER_CHECK, 0 for none
+    u16 abend = OK;                     // what an abnormal DEALLOCATE tells the partner
 };
 
-// For a conversation of that sync level. None for a verb that the engine does not do.
-std::optional<reading> read_block(const request& verb, u8 sync_level) noexcept;
+// None for a verb that the engine does not do.
+std::optional<reading> read_block(const request& verb, const conv_side& side) noexcept;
 
 }  // namespace tessaly::node

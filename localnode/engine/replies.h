@@ -9,10 +9,13 @@ namespace tessaly::node {
 // is no room for the frame the path counts as lost; what that means for its TP happens when the frame in hand is dealt with.
 void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data = {});
 
+// The same; the caller puts the data where the result says. Null when no answer leaves.
+u8* begin_answer(node& n, path_record& path, verb_ref verb, u32 data_bytes);
+
 // Answers the verb that waits on a side, which then waits no more.
 void answer_waiter(node& n, conv_side& side, return_codes codes);
 
-// Fills the status bytes of SEND_DATA, CONFIRM and SEND_ERROR.
+// Fills the status bytes of the verbs that have some: the partner asked for the turn, and expedited data wait.
 void put_status(conv_side& side, u8* block) noexcept;
 
 // Tells the client that a path has failed. The caller has ended its TP.

@@ -37,6 +37,19 @@ void lose_user(node& n, path_record& path)
     drop_tp(n, *path.user);
 }
 
+// A logical unit of work of this LU, packed as it travels: no gap between the name and what follows it.
+appc_luw_id new_luw(const lu_alias& lu, u32 number) noexcept
+{
+    const fq_lu_name name = full_name(lu);
+    const auto end = std::find(name.begin(), name.end(), EBCDIC_BLANK);
+    appc_luw_id luw{};
+    luw.fq_lu_name_len = static_cast<u8>(end - name.begin());
+    u8* at = std::copy(name.begin(), end, luw.fq_lu_name);
+    std::memcpy(at, &number, sizeof number);
+    at[sizeof luw.instance + 1] = 1;  // the sequence number's low byte
+    return luw;
+}
+
 void init_path(path_record& path, client_id client, u32 number) noexcept
 {
     init_link(path);
@@ -126,9 +139,7 @@ void put_tp_id(u8 (&field)[TP_ID_BYTES], const tp& program) noexcept
 
 bool is_tp_id(const u8 (&field)[TP_ID_BYTES], const tp& program) noexcept
 {
-    u8 id[TP_ID_BYTES];
-    put_tp_id(id, program);
-    return std::memcmp(field, id, sizeof id) == 0;
+    return load<u32>(field, 0) == program.id && tp_handle_in(field) == ~program.id;
 }
 
 verdict tp_started(node& n, request& verb)
@@ -137,11 +148,12 @@ verdict tp_started(node& n, request& verb)
     const std::optional<lu_alias> lu = lu_of_alias(block.lu_alias);
     if (!lu)
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS);
-    tp* const started = begin_tp(n, *verb.path, verb.header.src_corr);
+    tp* const started = begin_tp(n, *verb.path, verb.header->src_corr);
     if (started == nullptr)
         return refuse(verb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
     started->lu = *lu;
     started->name = name_in<tp_name>(block.tp_name);
+    started->protected_luw = started->unprotected_luw = new_luw(*lu, started->id);
     put(block.lu_alias, *lu);
     put(block.fq_lu_name, full_name(*lu));
     put_tp_id(block.tp_id, *started);
@@ -160,9 +172,10 @@ verdict set_tp_properties(request& verb) noexcept
 {
     const auto& block = block_as<appc_set_tp_properties>(verb.block);
     tp& program = *verb.user;
-    if (block.set_prot_id != 0)
+    // Only under a flag of 1 does the library pack the identifier.
+    if (block.set_prot_id == 1)
         program.protected_luw = block.prot_id;
-    if (block.set_unprot_id != 0)
+    if (block.set_unprot_id == 1)
         program.unprotected_luw = block.unprot_id;
     if (block.set_user_id != 0)
         program.user = name_in<user_name>(block.user_id);

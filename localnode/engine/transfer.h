@@ -5,11 +5,15 @@
 
 namespace tessaly::node {
 
-// Passes a record (if there is one) and what a verb indicates to the side that receives. The side may be over afterwards.
+// Passes a mapped record (if there is one) and what a verb indicates to the side that receives. The side may be over afterwards.
 // False when there is no memory to keep the record, which ends the conversation.
 bool pass_on(node& n, conv_side& to, const std::span<const u8>* record, indication behind, return_codes ending);
 
-// The same with an error, which the side receives in its place among the records.
+// Leaves data of a basic conversation, whose LLs have been checked, with the side that receives; pass_on follows and tells it.
+// False when there is no memory.
+bool pass_records(conv_side& from, conv_side& to, std::span<const u8> data);
+
+// The same as pass_on with an error, which the side receives in its place among the records.
 bool pass_error_on(node& n, conv_side& to, u16 code);
 
 // Whether the side that receives has so much waiting that the sender must wait.

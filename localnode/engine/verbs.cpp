@@ -3,9 +3,10 @@
 
 #include "localnode/engine/allocate.h"
 #include "localnode/engine/conversation_verbs.h"
+#include "localnode/engine/inquiries.h"
+#include "localnode/engine/layouts.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/tps.h"
-#include "verbs/layout_64.h"
 
 #include <cstring>
 
@@ -15,28 +16,31 @@ namespace {
 
 constexpr u32 HEADER_BYTES = sizeof(verb_message_header);
 
+constexpr block_format TP_STARTED_LAYOUT = {sizeof(appc_tp_started), sizeof(appc_tp_started), 0, 0};
+constexpr block_format RECEIVE_ALLOCATE_LAYOUT = {sizeof(appc_receive_allocate), sizeof(appc_receive_allocate), 0, 0};
+constexpr block_format NO_LAYOUT = {};
+
 // The layout in which a verb travels; one that does not exist for verbs that never come here like this.
-block_format travelling_layout(const verb_row& row, u8 format) noexcept
+const block_format& travelling_layout(const verb_row& row, u8 format) noexcept
 {
-    constexpr block_format starts = {sizeof(appc_tp_started), sizeof(appc_tp_started), 0, 0};
-    constexpr block_format receives = {sizeof(appc_receive_allocate), sizeof(appc_receive_allocate), 0, 0};
     switch (row.send) {
-    case send_rule::never: return {};
-    case send_rule::allocate: return format == 0 ? row.format[0] : block_format{};
-    case send_rule::tp_started: return format == 1 ? starts : block_format{};
-    case send_rule::receive_allocate: return format == 1 ? receives : block_format{};
+    case send_rule::never: return NO_LAYOUT;
+    case send_rule::allocate: return format == 0 ? row.format[0] : NO_LAYOUT;
+    case send_rule::tp_started: return format == 1 ? TP_STARTED_LAYOUT : NO_LAYOUT;
+    case send_rule::receive_allocate: return format == 1 ? RECEIVE_ALLOCATE_LAYOUT : NO_LAYOUT;
     case send_rule::whole_block:
     case send_rule::deallocate:
-    case send_rule::set_tp_properties: return format < 2 ? row.format[format] : block_format{};
+    case send_rule::set_tp_properties: return format < 2 ? row.format[format] : NO_LAYOUT;
     }
-    return {};
+    return NO_LAYOUT;
 }
 
-bool read_header(const frame& input, verb_message_header& header) noexcept
+bool read_header(const frame& input, request& verb) noexcept
 {
     if (input.block.size() < HEADER_BYTES || input.block.size() > VAV_MAX_SIZE || input.data.size() > 2 * 0xFFFF)
         return false;
-    std::memcpy(&header, input.block.data(), sizeof header);
+    const auto& header = *reinterpret_cast<const verb_message_header*>(input.block.data());
+    verb.header = &header;
     return header.buf_len == input.block.size() && header.msg_len == input.block.size() + input.data.size() &&
            header.kind == VERB_MESSAGE_KIND && header.code == VERB_MESSAGE_CODE;
 }
@@ -46,17 +50,13 @@ bool read_block(const frame& input, request& verb) noexcept
     const std::span<const u8> block = input.block.subspan(HEADER_BYTES);
     if (block.size() < sizeof(appc_header))
         return false;
-    const u16 opcode = load<u16>(block.data(), offsetof(appc_header, opcode));
-    const u8 format = block[offsetof(appc_header, format)];
-    verb.row = find_verb(opcode);
+    verb.row = find_verb(load<u16>(block.data(), offsetof(appc_header, opcode)));
     if (verb.row == nullptr)
         return false;
-    verb.layout = travelling_layout(*verb.row, format);
-    if (!verb.layout.exists() || block.size() < verb.layout.node_length)
+    verb.layout = &travelling_layout(*verb.row, block[offsetof(appc_header, format)]);
+    if (!verb.layout->exists() || block.size() < verb.layout->node_length)
         return false;
-    std::memcpy(verb.block, block.data(), verb.layout.node_length);
-    narrow_block(verb.block, verb.layout);
-    std::memset(verb.block + verb.layout.length, 0, sizeof verb.block - verb.layout.length);
+    copy_narrowed(verb.block, block.data(), *verb.layout);
     verb.data = input.data;
     return true;
 }
@@ -66,6 +66,8 @@ enum class data_check : u8 { sound, missing, malformed };
 
 data_check check_data(const request& verb) noexcept
 {
+    if (verb.row->sent[0].length_at == 0)
+        return verb.data.empty() ? data_check::sound : data_check::malformed;
     const auto named = [&verb](const data_buffer& buffer) -> u32 {
         return buffer.length_at == 0 ? 0 : load<u16>(verb.block, buffer.length_at);
     };
@@ -91,7 +93,9 @@ verdict act_on(node& n, request& verb)
     case TP_ENDED: return tp_ended(n, verb);
     case SET_TP_PROPERTIES: return set_tp_properties(verb);
     case GET_TP_PROPERTIES: return get_tp_properties(verb);
+    case GET_LU_STATUS: return get_lu_status(n, verb);
     case ALLOCATE: return allocate(n, verb);
+    case SEND_CONVERSATION: return send_conversation(n, verb);
     case CANCEL_CONV: return cancel_conversation(n, verb);
     default: return verb.row->conv_verb ? conversation_verb(n, verb) : not_supported(verb);
     }
@@ -100,7 +104,7 @@ verdict act_on(node& n, request& verb)
 // The path on which a verb came, and its TP by the correlator that the node gave it: no search as long as both fit.
 void find_sender(node& n, const frame& input, request& verb) noexcept
 {
-    tp* const named = n.tp_table.find(verb.header.dest_corr);
+    tp* const named = n.tp_table.find(verb.header->dest_corr);
     if (named != nullptr && named->path->client == input.client && named->path->number == input.path) {
         verb.path = named->path;
         verb.user = named;
@@ -115,7 +119,7 @@ bool fits_path(const request& verb) noexcept
 {
     if (verb.user == nullptr)
         return verb.path->user == nullptr;
-    return !starts_tp(verb.row->opcode) && verb.header.src_corr == verb.user->client_corr;
+    return !starts_tp(verb.row->opcode) && verb.header->src_corr == verb.user->client_corr;
 }
 
 verdict check_and_act(node& n, request& verb, data_check data)
@@ -141,7 +145,7 @@ void refuse_message(node& n, const frame& input)
 void take_verb(node& n, const frame& input)
 {
     request verb;
-    if (!read_header(input, verb.header) || !read_block(input, verb)) {
+    if (!read_header(input, verb) || !read_block(input, verb)) {
         refuse_message(n, input);
         return;
     }
@@ -154,7 +158,7 @@ void take_verb(node& n, const frame& input)
         return;
     }
     if (check_and_act(n, verb, data) == verdict::answer)
-        answer(n, *verb.path, verb);
+        begin_answer(n, *verb.path, verb, 0);
 }
 
 }  // namespace tessaly::node

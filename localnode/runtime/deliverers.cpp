@@ -1,13 +1,9 @@
 // The order of duty among the threads that may deliver. Guarded by the process lock.
 #include "localnode/runtime/deliverers.h"
 
-#include "localnode/runtime/clock.h"
-#include "localnode/runtime/events.h"
 #include "localnode/runtime/fork.h"
-#include "localnode/runtime/host.h"
 #include "localnode/runtime/never_destroyed.h"
-
-#include "runtime/node_runtime.h"
+#include "localnode/runtime/paths.h"
 
 #include <algorithm>
 #include <atomic>
@@ -15,6 +11,8 @@
 #include <cstdlib>
 
 namespace tessaly::runtime {
+
+constinit u64 watched_ms = NEVER;
 
 namespace {
 
@@ -25,17 +23,11 @@ constinit u32 attending = 0;
 
 // One waiting thread wakes up in time for the node's deadline.
 constinit waiter* watcher = nullptr;
-constinit u64 watched_ms = NEVER;
 
 enum class thread_state : u8 { none, waiting, busy };
 constinit thread_state runtime_thread = thread_state::none;
 constinit never_destroyed<waiter> runtime_waiter;
 constinit std::atomic<bool> process_ends{false};
-
-bool work_waits() noexcept
-{
-    return events_wait() || node_deadline_ms() < watched_ms;
-}
 
 void list(waiter& sleeping) noexcept
 {
@@ -57,38 +49,25 @@ void unlist(waiter& sleeping) noexcept
         sleeping.older->newer = sleeping.newer;
 }
 
-void signal(waiter& waiting) noexcept
-{
-    if (waiting.signalled)
-        return;
-    waiting.signalled = true;
-    process_lock.expect_contender();
-    pthread_cond_signal(&waiting.condition);
-}
-
 void call(waiter& waiting) noexcept
 {
+    if (waiting.woken)
+        return;
     waiting.called = true;
     ++attending;
-    signal(waiting);
+    process_lock.wake(waiting);
 }
 
 void wait(waiter& me, u64 limit_ms) noexcept
 {
-    if (node_deadline_ms() < watched_ms) {
-        watched_ms = node_deadline_ms();
+    if (node_deadline_ms < watched_ms) {
+        watched_ms = node_deadline_ms;
         watcher = &me;
     }
-    const u64 until_ms = watcher == &me ? std::min(limit_ms, watched_ms) : limit_ms;
-    const timespec until = time_at_ms(until_ms == NEVER ? 0 : until_ms);
-    process_lock.wait(me.condition, until_ms == NEVER ? nullptr : &until);
+    process_lock.wait(me, watcher == &me ? std::min(limit_ms, watched_ms) : limit_ms);
     if (watcher == &me) {
         watcher = nullptr;
         watched_ms = NEVER;
-    }
-    if (me.signalled) {
-        me.signalled = false;
-        process_lock.contender_arrived();
     }
     if (me.called) {
         me.called = false;
@@ -96,19 +75,28 @@ void wait(waiter& me, u64 limit_ms) noexcept
     }
 }
 
+// Who slept last after sending on the path of the oldest event probably waits for it, and need not pass it on.
+waiter& best_sleeper() noexcept
+{
+    const path* from = events_wait() ? find_path(first_event->path) : nullptr;
+    return from != nullptr && from->caller != nullptr && from->caller->asleep ? *from->caller : *newest;
+}
+
 void* run_runtime_thread(void*) noexcept
 {
     process_lock.take();
-    const u32 forks = forks_seen();
+    const u32 forks = forks_seen;
     --attending;  // it was started because it was called
-    while (!process_ends.load(std::memory_order_relaxed) && forks == forks_seen()) {
+    while (!process_ends.load() && forks == forks_seen) {
         const bool callers_deliver = newest != nullptr || attending != 0;
-        if (!callers_deliver && attend()) {
-            let_others_in();
-            continue;
+        if (!callers_deliver) {
+            deliver_waiting(NEVER_STOP);
+            if (events_wait()) {
+                let_others_in();
+                continue;
+            }
         }
-        if (callers_deliver)
-            call_deliverer();
+        call_deliverer();
         runtime_thread = thread_state::waiting;
         wait(*runtime_waiter, NEVER);
         runtime_thread = thread_state::busy;
@@ -119,7 +107,7 @@ void* run_runtime_thread(void*) noexcept
 
 void stop_delivering() noexcept
 {
-    process_ends.store(true, std::memory_order_relaxed);
+    process_ends.exchange(true);
 }
 
 // Its signals belong to the application's threads, and it never keeps the process from ending: nobody waits for it, and what it
@@ -156,25 +144,17 @@ void call_runtime_thread() noexcept
 
 }  // namespace
 
-void call_deliverer() noexcept
+void call_some_deliverer() noexcept
 {
-    if (!work_waits() || attending != 0)
+    if (attending != 0)
         return;
     if (newest != nullptr) {
-        waiter& called = *newest;
+        waiter& called = best_sleeper();
         unlist(called);
         call(called);
     } else {
         call_runtime_thread();
     }
-}
-
-bool attend() noexcept
-{
-    const bool told_time = pass_time_if_due();
-    const bool had_event = events_wait();
-    deliver_next();
-    return told_time || had_event;
 }
 
 void let_others_in() noexcept
@@ -196,7 +176,7 @@ void wake(waiter& sleeping) noexcept
     if (!sleeping.asleep)
         return;
     unlist(sleeping);
-    signal(sleeping);
+    process_lock.wake(sleeping);
 }
 
 void forget_deliverers() noexcept

@@ -2,15 +2,24 @@
 // does; it is started the first time that it is needed.
 #pragma once
 
+#include "localnode/runtime/events.h"
+#include "localnode/runtime/host.h"
 #include "localnode/runtime/wait.h"
 
 namespace tessaly::runtime {
 
-// Calls a thread that delivers what waits, unless one is on its way. Whoever gives the lock away does this first.
-void call_deliverer() noexcept;
+extern u64 watched_ms;  // when a waiting thread will tell the node the time; NEVER when none will
 
-// Delivers one event, or tells the node the time. False when there was nothing to do.
-bool attend() noexcept;
+inline bool work_waits() noexcept { return events_wait() || node_deadline_ms < watched_ms; }
+
+// Calls a thread that delivers what waits, unless one is on its way. Whoever gives the lock away does this first.
+void call_some_deliverer() noexcept;
+
+inline void call_deliverer() noexcept
+{
+    if (work_waits()) [[unlikely]]
+        call_some_deliverer();
+}
 
 // Between two deliveries: lets others have the lock, while the caller goes on being the deliverer.
 void let_others_in() noexcept;

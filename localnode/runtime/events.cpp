@@ -9,6 +9,7 @@
 #include "localnode/runtime/record_handles.h"
 
 #include "runtime/node_runtime.h"
+#include "verbs/block.h"
 #include "wire/datagrams.h"
 #include "wire/verb_message.h"
 
@@ -47,24 +48,22 @@ void call(block* event, u32 path, node_receive_routine receive) noexcept
     call(event, path, receive, [](u16, rcv_info&, const delivery&) {});
 }
 
-void deliver_message(block* event, const path& from, const path_user& to) noexcept
+void deliver_message(block* event, const path_user& to) noexcept
 {
-    verb_message_header header;
-    if (event->bytes < sizeof header) {
-        break_path(event->path);
-        return free_block(event);
-    }
-    std::memcpy(&header, event->data(), sizeof header);
-    if (header.buf_len < sizeof header || header.msg_len < header.buf_len || event->bytes < header.msg_len) {
+    const u8* message = event->data();
+    const bool has_header = event->bytes >= sizeof(verb_message_header);
+    const u32 buf_len = has_header ? load<u32>(message, offsetof(verb_message_header, buf_len)) : 0;
+    const u32 msg_len = has_header ? load<u32>(message, offsetof(verb_message_header, msg_len)) : 0;
+    if (buf_len < sizeof(verb_message_header) || msg_len < buf_len || event->bytes < msg_len) {
         break_path(event->path);
         return free_block(event);
     }
     // Taken now: the routine changes the lengths, ends verbs, and may close the path.
     const u32 path_number = event->path;
-    const u8* data = event->data() + header.buf_len;
-    u32 room = header.msg_len - header.buf_len;
-    if (from.kind == VERB_LIBRARY)
-        room = std::min(room, receive_limit_of(header.pend_handle, path_number));
+    const u8* data = message + buf_len;
+    u32 room = msg_len - buf_len;
+    if (room != 0 && to.kind == VERB_LIBRARY)
+        room = std::min(room, receive_limit_of(load<u32>(message, offsetof(verb_message_header, pend_handle)), path_number));
 
     call(event, path_number, to.receive, [&](u16 result, rcv_info& info, const delivery& now) {
         if (result != NODE_RESULT_DELIVER || info.data_callback == nullptr)
@@ -95,6 +94,7 @@ const path_user* datagram_receiver(block* event) noexcept
     return nullptr;
 }
 
+// Delivers an event, or drops it when nobody is there to receive it.
 void deliver(block* event) noexcept
 {
     const path* from = nullptr;
@@ -108,7 +108,7 @@ void deliver(block* event) noexcept
         break;
     default:
         from = find_path(event->path);
-        to = from != nullptr ? find_path_user(from->user) : nullptr;
+        to = from != nullptr ? from->user : nullptr;
         break;
     }
     if (to == nullptr)
@@ -117,7 +117,7 @@ void deliver(block* event) noexcept
     // The routine may end its path user.
     const path_user receiver = *to;
     if (event->event == NODE_EVENT_IPS)
-        return deliver_message(event, *from, receiver);
+        return deliver_message(event, receiver);
     const u32 number = from != nullptr ? event->path : 0;
     if (event->event == NODE_EVENT_PATH_FAILURE)
         forget_path(number);
@@ -148,14 +148,16 @@ u8* queue_event(u16 event, u32 path, u32 bytes) noexcept
     return made->data();
 }
 
-void deliver_next() noexcept
+void deliver_waiting(const bool& stop) noexcept
 {
-    block* event = first_event;
-    if (event == nullptr)
-        return;
-    first_event = event->next;
-    deliver(event);
-    report_fork();
+    pass_time_if_due();
+    const u32 last = last_sequence;
+    while (events_wait() && !stop && static_cast<i32>(first_event->sequence - last) <= 0) {
+        block* event = first_event;
+        first_event = event->next;
+        deliver(event);
+        report_fork();
+    }
 }
 
 void drop_events_of(u32 path) noexcept
@@ -187,15 +189,11 @@ void drop_all_events() noexcept
 
 using namespace tessaly::runtime;
 
-// Delivers what waits now, and not what the callbacks in there bring about: they might never end.
 extern "C" void vpm_process_pending_events(void)
 {
     if (!process_lock.held()) {
         v0_assert("events", __LINE__, "events are delivered under the lock");
         return;
     }
-    pass_time_if_due();
-    const tessaly::u32 last = last_sequence;
-    while (events_wait() && static_cast<tessaly::i32>(first_event->sequence - last) <= 0)
-        deliver_next();
+    deliver_waiting(NEVER_STOP);
 }

@@ -13,8 +13,10 @@ inline bool events_wait() noexcept { return first_event != nullptr; }
 u8* queue_event(u16 event, u32 path, u32 bytes) noexcept;
 void queue_block(block* event) noexcept;
 
-// Delivers the oldest event, or drops it when nobody is there to receive it.
-void deliver_next() noexcept;
+// Tells the node the time when it is due, then delivers what waits, until told to stop. Leaves alone what the callbacks in
+// there bring about: that might never end.
+void deliver_waiting(const bool& stop) noexcept;
+inline constexpr bool NEVER_STOP = false;
 
 // Drops what waits for a path. (What waits for a path user that is gone is dropped when its turn comes.)
 void drop_events_of(u32 path) noexcept;

@@ -5,80 +5,52 @@
 
 #include "runtime/node_runtime.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
+#include <vector>
 
 namespace tessaly::runtime {
 
-u32 handle_space::unused_slot() noexcept
+// A new slot goes to the front of the queue, where it is used next.
+bool handle_space::add_slot() noexcept
 {
-    const bool can_grow = slots_.size() < MOST_SLOTS;
-    if (free_slots_ <= RESTING_SLOTS && can_grow) {
-        try {
-            slots_.push_back({.pointer = nullptr, .next_free = NO_SLOT, .generation = 1, .used = false});
-            return static_cast<u32>(slots_.size() - 1);
-        } catch (const std::bad_alloc&) {
-            // A resting slot is better than none.
+    const u32 number = slots();
+    if (number == room_ && number < MOST_SLOTS) {
+        const u32 room = std::min(std::max(2 * room_, 2 * RESTING_SLOTS), MOST_SLOTS);
+        if (void* moved = std::realloc(slots_, room * sizeof(slot))) {
+            slots_ = static_cast<slot*>(moved);
+            room_ = room;
         }
     }
-    if (free_slots_ == 0)
-        return NO_SLOT;
-    const u32 number = first_free_;
-    first_free_ = slots_[number].next_free;
-    if (first_free_ == NO_SLOT)
-        last_free_ = NO_SLOT;
-    --free_slots_;
-    return number;
-}
-
-u32 handle_space::create(void* pointer) noexcept
-{
-    const u32 number = unused_slot();
-    if (number == NO_SLOT)
-        return 0;
-    slot& made = slots_[number];
-    made.pointer = pointer;
-    made.used = true;
-    return handle_of(number, made);
-}
-
-void handle_space::release(u32 handle) noexcept
-{
-    if (used_slot(handle) == nullptr)
-        return;
-    const u32 number = slot_number(handle);
-    slot& freed = slots_[number];
-    freed.pointer = nullptr;
-    freed.used = false;
-    freed.generation = static_cast<u16>(freed.generation == GENERATION_MASK ? 1 : freed.generation + 1);
-    freed.next_free = NO_SLOT;
-    if (last_free_ == NO_SLOT)
-        first_free_ = number;
-    else
-        slots_[last_free_].next_free = number;
-    last_free_ = number;
-    ++free_slots_;
+    if (number == room_)
+        return free_slots_ != 0;  // a resting slot is better than none
+    slots_[number] = {.pointer = nullptr, .handle = NO_HANDLE, .generation = 1, .next_free = first_free_};
+    end_ = (number + 1) << GENERATION_BITS;
+    first_free_ = number;
+    if (free_slots_++ == 0)
+        last_free_ = number;
+    return true;
 }
 
 u32 handle_space::next_used(u32 handle) const noexcept
 {
-    for (u32 number = handle == 0 ? 0 : slot_number(handle) + 1; number < slots_.size(); ++number)
-        if (slots_[number].used)
-            return handle_of(number, slots_[number]);
+    for (u32 number = handle == 0 ? 0 : slot_number(handle) + 1; number < slots(); ++number)
+        if (slots_[number].handle != NO_HANDLE)
+            return slots_[number].handle;
     return 0;
-}
-
-void handle_space::release_all() noexcept
-{
-    for (u32 handle = next_used(0); handle != 0; handle = next_used(handle))
-        release(handle);
 }
 
 namespace {
 
 constinit never_destroyed<handle_space> tables;
 constinit never_destroyed<handle_space> records;
-constinit never_destroyed<std::vector<receive_limit>> limits;  // by slot of the record's handle
+
+struct noted_limit {
+    u32 record = 0;
+    receive_limit limit;
+};
+constinit never_destroyed<std::vector<noted_limit>> limits;  // by slot of the record's handle
 
 handle_space* table_of(u32 table) noexcept
 {
@@ -98,7 +70,7 @@ bool note_receive_limit(u32 record, receive_limit limit) noexcept
     } catch (const std::bad_alloc&) {
         return false;
     }
-    (*limits)[number] = limit;
+    (*limits)[number] = {record, limit};
     return true;
 }
 
@@ -107,8 +79,8 @@ u32 receive_limit_of(u32 record, u32 path) noexcept
     const u32 number = handle_space::slot_number(record);
     if (records->pointer_of(record) == nullptr || number >= limits->size())
         return 0;
-    const receive_limit& limit = (*limits)[number];
-    return limit.path == path ? limit.bytes : 0;
+    const noted_limit& noted = (*limits)[number];
+    return noted.record == record && noted.limit.path == path ? noted.limit.bytes : 0;
 }
 
 }  // namespace tessaly::runtime
@@ -166,12 +138,7 @@ extern "C" uint32_t vtm_get_next_used(uint32_t table, uint32_t handle, void** ou
 
 extern "C" uint32_t nba_create_handle(void* pointer)
 {
-    if (pointer == nullptr)
-        return 0;
-    const uint32_t made = records->create(pointer);
-    if (made != 0)
-        note_receive_limit(made, {});
-    return made;
+    return pointer != nullptr ? records->create(pointer) : 0;
 }
 
 extern "C" void nba_destroy_handle(uint32_t handle)

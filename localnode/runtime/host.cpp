@@ -1,13 +1,14 @@
 // Chooses the host by the environment, and keeps it.
 #include "localnode/runtime/host.h"
 
-#include "localnode/runtime/clock.h"
 #include "localnode/runtime/never_destroyed.h"
 
 #include <cstdlib>
 #include <string_view>
 
 namespace tessaly::runtime {
+
+constinit u64 node_deadline_ms = NEVER;
 
 namespace {
 
@@ -17,7 +18,7 @@ constinit never_destroyed<std::unique_ptr<node_host>> host;
 
 node_host* the_host() noexcept
 {
-    if (*host == nullptr) {
+    if (*host == nullptr) [[unlikely]] {
         const char* chosen = std::getenv("TESSALY_NODE");
         if (chosen == nullptr || *chosen == '\0' || std::string_view{chosen} == "embedded")
             *host = make_embedded_host();
@@ -28,23 +29,13 @@ node_host* the_host() noexcept
 void forget_host() noexcept
 {
     host->reset();
+    node_deadline_ms = NEVER;
 }
 
-u64 node_deadline_ms() noexcept
+void look_at_clock() noexcept
 {
-    return *host != nullptr ? (*host)->deadline_ms() : NEVER;
-}
-
-bool pass_time_if_due() noexcept
-{
-    const u64 deadline = node_deadline_ms();
-    if (deadline == NEVER)
-        return false;
-    const u64 now = precise_now_ms();
-    if (now < deadline)
-        return false;
-    (*host)->pass_time(now);
-    return true;
+    if (const u64 now = precise_now_ms(); now >= node_deadline_ms)
+        (*host)->pass_time(now);
 }
 
 }  // namespace tessaly::runtime

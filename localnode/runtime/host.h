@@ -3,6 +3,7 @@
 
 #include "common/types.h"
 #include "localnode/engine/engine.h"
+#include "localnode/runtime/clock.h"
 
 #include <memory>
 
@@ -15,13 +16,16 @@ class node_host {
 public:
     virtual ~node_host() = default;
 
-    // Hands one frame of this process to the node. Answers go into the event queue, and nothing is delivered from in here.
-    virtual status submit(const node::frame& sent) noexcept = 0;
+    // Hands one frame of this process to the node; the host fills in client and time. Answers go into the event queue, and
+    // nothing is delivered from in here.
+    virtual status submit(node::frame&& sent) noexcept = 0;
 
-    // When the node next wants to be told the time; NEVER while nothing waits for it.
-    virtual u64 deadline_ms() const noexcept = 0;
     virtual void pass_time(u64 now_ms) noexcept = 0;
 };
+
+// When the node next wants to be told the time, as its host knows it; NEVER while nothing waits for time, so that the verbs of
+// a conversation under way read no clock.
+extern u64 node_deadline_ms;
 
 // Null when there is no memory.
 std::unique_ptr<node_host> make_embedded_host() noexcept;
@@ -30,10 +34,12 @@ std::unique_ptr<node_host> make_embedded_host() noexcept;
 node_host* the_host() noexcept;
 void forget_host() noexcept;
 
-// The current host's deadline; NEVER without a host.
-u64 node_deadline_ms() noexcept;
-
-// Tells the node the time when its deadline has come. Result: whether it had.
-bool pass_time_if_due() noexcept;
+// Tells the node the time when its deadline has come.
+void look_at_clock() noexcept;
+inline void pass_time_if_due() noexcept
+{
+    if (node_deadline_ms != NEVER) [[unlikely]]
+        look_at_clock();
+}
 
 }  // namespace tessaly::runtime

@@ -1,6 +1,5 @@
 // The embedded host: the node's engine in this process, with this process as its only client. A verb that the node answers at
 // once is plain calls from vpm_send_ips to the event queue.
-#include "localnode/runtime/clock.h"
 #include "localnode/runtime/events.h"
 #include "localnode/runtime/host.h"
 #include "localnode/runtime/paths.h"
@@ -15,10 +14,11 @@ namespace {
 
 constexpr node::client_id THIS_PROCESS = 1;
 
+// The engine's clock stands still while nothing waits for it, and goes on from there when something does: the engine counts
+// intervals only, and its time must never go back.
 class embedded_host final : public node_host, private node::frame_sink {
 public:
-    status submit(const node::frame& sent) noexcept override;
-    u64 deadline_ms() const noexcept override { return deadline_ms_; }
+    status submit(node::frame&& sent) noexcept override;
     void pass_time(u64 now_ms) noexcept override;
 
 private:
@@ -26,24 +26,30 @@ private:
     void accept(const node::frame& input);
 
     node::engine engine_;
-    u64 now_ms_ = 0;  // what the engine was told last; the two clocks differ a little, and it must never go back
-    u64 deadline_ms_ = NEVER;
+    u64 told_ms_ = 0;    // what the engine was told last
+    u64 behind_ms_ = 0;  // how far its clock is behind while something waits
 };
 
 void embedded_host::accept(const node::frame& input)
 {
     engine_.accept(input, *this);
-    deadline_ms_ = engine_.deadline_ms().value_or(NEVER);
+    const std::optional<u64> deadline = engine_.deadline_ms();
+    if (!deadline.has_value()) [[likely]] {
+        node_deadline_ms = NEVER;
+        return;
+    }
+    if (node_deadline_ms == NEVER)
+        behind_ms_ = precise_now_ms() - told_ms_;
+    node_deadline_ms = *deadline + behind_ms_;
 }
 
-status embedded_host::submit(const node::frame& sent) noexcept
+status embedded_host::submit(node::frame&& sent) noexcept
 try {
-    if (const u64 now = cheap_now_ms(); now > now_ms_)
-        pass_time(now);
-    node::frame input = sent;
-    input.client = THIS_PROCESS;
-    input.now_ms = now_ms_;
-    accept(input);
+    if (node_deadline_ms != NEVER) [[unlikely]]
+        pass_time(cheap_now_ms());
+    sent.client = THIS_PROCESS;
+    sent.now_ms = told_ms_;
+    accept(sent);
     return DONE;
 } catch (const std::exception&) {
     return NO_MEMORY;
@@ -51,12 +57,13 @@ try {
 
 void embedded_host::pass_time(u64 now_ms) noexcept
 try {
-    if (now_ms > now_ms_)
-        now_ms_ = now_ms;
-    accept({.kind = node::frame_kind::time_passed, .client = THIS_PROCESS, .now_ms = now_ms_});
+    if (now_ms <= told_ms_ + behind_ms_)
+        return;
+    told_ms_ = now_ms - behind_ms_;
+    accept({.kind = node::frame_kind::time_passed, .client = THIS_PROCESS, .now_ms = told_ms_});
 } catch (const std::exception&) {
     // The time is told again with the next frame; only a deadline that keeps failing must not keep the deliverer busy.
-    deadline_ms_ = NEVER;
+    node_deadline_ms = NEVER;
 }
 
 u8* embedded_host::add(node::client_id client, node::frame_kind kind, u32 path, u32 bytes)

@@ -7,52 +7,139 @@
 
 #include <sched.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
 namespace tessaly::runtime {
 
 constinit nesting_lock process_lock;
 
 thread_local u32 nesting_lock::depth_ = 0;
 
-void nesting_lock::take() noexcept
+namespace {
+
+int usable_processors() noexcept
 {
-    if (!held() && pthread_mutex_trylock(&mutex_) != 0) {
-        expect_contender();
-        pthread_mutex_lock(&mutex_);
-        contender_arrived();
+    cpu_set_t usable;
+    return sched_getaffinity(0, sizeof usable, &usable) == 0 ? CPU_COUNT(&usable) : 1;
+}
+
+// A wake-up between two processors that both run costs a fraction of one that the kernel has to make. So a thread looks for its
+// wake-up for about as long as the kernel would take; when that was in vain it leaves out the next looks, ever more of them.
+class looking {
+public:
+    bool finds(sem_t& semaphore) noexcept
+    {
+        constexpr u32 LOOKS = 1000;
+        constexpr u32 MOST_LEFT_OUT = 64;
+        if (left_out_ < leave_out_ || !several_processors) {
+            ++left_out_;
+            return false;
+        }
+        left_out_ = 0;
+        for (u32 i = 0; i < LOOKS; ++i) {
+            if (sem_trywait(&semaphore) == 0) {
+                leave_out_ = 0;
+                return true;
+            }
+            __builtin_ia32_pause();
+        }
+        leave_out_ = std::min(2 * leave_out_ + 1, MOST_LEFT_OUT);
+        return false;
     }
-    ++depth_;
+
+private:
+    static inline const bool several_processors = usable_processors() > 1;
+
+    u32 leave_out_ = 0;
+    u32 left_out_ = 0;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local looking look;
+
+// Result: false when the time came first.
+bool await_post(sem_t& semaphore, u64 until_ms) noexcept
+{
+    if (look.finds(semaphore))
+        return true;
+    const timespec until = time_at_ms(until_ms == NEVER ? 0 : until_ms);
+    int failed = 0;
+    do
+        failed = until_ms == NEVER ? sem_wait(&semaphore) : sem_clockwait(&semaphore, CLOCK_MONOTONIC, &until);
+    while (failed != 0 && errno == EINTR);
+    return failed == 0;
+}
+
+}  // namespace
+
+void sleeper::start_afresh() noexcept
+{
+    sem_init(&wake_up, 0, 0);
+    woken = false;
+}
+
+void nesting_lock::enter() noexcept
+{
+    if (pthread_mutex_trylock(&mutex_) == 0) [[likely]]
+        return;
+    blocked_.fetch_add(1);
+    pthread_mutex_lock(&mutex_);
+    blocked_.fetch_sub(1);
+    admitted_.fetch_add(1);
+}
+
+void nesting_lock::leave() noexcept
+{
+    sleeper* woken = std::exchange(first_woken_, nullptr);
+    pthread_mutex_unlock(&mutex_);
+    while (woken != nullptr) {
+        sleeper* next = woken->next_woken;  // read first: once posted, it may be woken anew
+        sem_post(&woken->wake_up);
+        woken = next;
+    }
+}
+
+u32 nesting_lock::take() noexcept
+{
+    const u32 depth = depth_;
+    if (depth == 0) {
+        notice_fork();
+        enter();
+    }
+    depth_ = depth + 1;
+    return depth + 1;
 }
 
 void nesting_lock::drop() noexcept
 {
     if (--depth_ == 0)
-        pthread_mutex_unlock(&mutex_);
+        leave();
 }
 
-void nesting_lock::wait(pthread_cond_t& condition, const timespec* until) noexcept
+void nesting_lock::wake(sleeper& waiting) noexcept
 {
-    const u32 depth = depth_;
-    depth_ = 0;
-    if (until != nullptr)
-        pthread_cond_timedwait(&condition, &mutex_, until);
-    else
-        pthread_cond_wait(&condition, &mutex_);
+    if (waiting.woken)
+        return;
+    waiting.woken = true;
+    waiting.next_woken = first_woken_;
+    first_woken_ = &waiting;
+    ++woken_;
+}
+
+void nesting_lock::wait(sleeper& me, u64 until_ms) noexcept
+{
+    const u32 depth = std::exchange(depth_, 0);
+    leave();
+    const bool posted = await_post(me.wake_up, until_ms);
+    enter();
     depth_ = depth;
-}
-
-void nesting_lock::expect_contender() noexcept
-{
-    pthread_mutex_lock(&gate_);
-    ++contenders_;
-    pthread_mutex_unlock(&gate_);
-}
-
-void nesting_lock::contender_arrived() noexcept
-{
-    pthread_mutex_lock(&gate_);
-    --contenders_;
-    ++admitted_;
-    pthread_mutex_unlock(&gate_);
+    if (!me.woken)
+        return;
+    if (!posted)
+        await_post(me.wake_up, NEVER);  // it comes: whoever woke this thread has left the lock
+    me.woken = false;
+    --woken_;
+    admitted_.fetch_add(1);
 }
 
 // A mutex that is unlocked and locked again at once nearly always stays with the same thread, and a program whose callbacks
@@ -60,31 +147,25 @@ void nesting_lock::contender_arrived() noexcept
 void nesting_lock::step_aside() noexcept
 {
     constexpr int PATIENCE = 64;
-    pthread_mutex_lock(&gate_);
-    const bool wanted = contenders_ != 0;
-    const u32 before = admitted_;
-    pthread_mutex_unlock(&gate_);
-    if (!wanted)
+    if (woken_ == 0 && blocked_.load() == 0)
         return;
-
-    const u32 depth = depth_;
-    depth_ = 0;
-    pthread_mutex_unlock(&mutex_);
-    bool admitted = false;
-    for (int i = 0; i < PATIENCE && !admitted; ++i) {
+    const u32 before = admitted_.load();
+    const u32 depth = std::exchange(depth_, 0);
+    leave();
+    for (int i = 0; i < PATIENCE && admitted_.load() == before; ++i)
         sched_yield();
-        pthread_mutex_lock(&gate_);
-        admitted = admitted_ != before;
-        pthread_mutex_unlock(&gate_);
-    }
-    pthread_mutex_lock(&mutex_);
+    enter();
     depth_ = depth;
 }
 
-void nesting_lock::after_fork_in_child() noexcept
+void nesting_lock::start_afresh() noexcept
 {
-    contenders_ = 0;
-    pthread_mutex_unlock(&gate_);
+    pthread_mutex_init(&mutex_, nullptr);
+    if (held())
+        pthread_mutex_lock(&mutex_);
+    first_woken_ = nullptr;
+    woken_ = 0;
+    blocked_.exchange(0);
 }
 
 }  // namespace tessaly::runtime
@@ -93,21 +174,21 @@ using namespace tessaly::runtime;
 
 extern "C" uint16_t vpm_lock(void)
 {
-    process_lock.take();
-    const uint16_t token = static_cast<uint16_t>(process_lock.depth());
+    const tessaly::u32 depth = process_lock.take();
     report_fork();
-    return token;
+    return static_cast<uint16_t>(depth);
 }
 
 extern "C" void vpm_unlock(uint16_t token)
 {
-    if (!process_lock.held()) {
+    const tessaly::u32 depth = process_lock.depth();
+    if (depth == 0) {
         v0_assert("lock", __LINE__, "the thread that unlocks holds the lock");
         return;
     }
-    if (static_cast<uint16_t>(process_lock.depth()) != token)
+    if (static_cast<uint16_t>(depth) != token)
         v0_assert("lock", __LINE__, "levels of the lock are undone in reverse order");
-    if (process_lock.depth() == 1)
+    if (depth == 1)
         call_deliverer();
     process_lock.drop();
 }

@@ -2,45 +2,59 @@
 #pragma once
 
 #include "common/types.h"
+#include "localnode/runtime/clock.h"
 
 #include <pthread.h>
+#include <semaphore.h>
 
-#include <ctime>
+#include <atomic>
 
 namespace tessaly::runtime {
 
-// A mutex that nests by thread. A thread that waits on a condition gives up all its levels and has them again afterwards.
+// A thread that waits without the lock until another wakes it. Guarded by the lock, but for the semaphore. Never freed: whoever
+// wakes it posts the semaphore after leaving the lock.
+struct sleeper {
+    sem_t wake_up{};
+    sleeper* next_woken = nullptr;
+    bool woken = false;  // and not yet running
+
+    // For a new record, and for one whose thread a fork has left behind.
+    void start_afresh() noexcept;
+};
+
+// A mutex that nests by thread. A thread that waits gives up all its levels and has them again afterwards. The threads that it
+// woke meanwhile begin to run when it leaves the lock: earlier they would only wait once more.
 class nesting_lock {
 public:
     // How many levels the calling thread holds. Kept by thread, so that nobody reads what another thread writes.
     u32 depth() const noexcept { return depth_; }
     bool held() const noexcept { return depth_ != 0; }
 
-    void take() noexcept;
+    u32 take() noexcept;  // gives the new depth
     void drop() noexcept;
 
-    // Waits on the condition, at most until that time (CLOCK_MONOTONIC; null: no limit).
-    void wait(pthread_cond_t& condition, const timespec* until) noexcept;
+    void wake(sleeper& waiting) noexcept;
+
+    // Waits until the sleeper is woken, at most until that time (CLOCK_MONOTONIC; NEVER: no limit).
+    void wait(sleeper& me, u64 until_ms) noexcept;
 
     // Lets a thread that waits for the lock have it in between.
     void step_aside() noexcept;
 
-    // A thread that was woken from wait() needs the lock soon, respectively has it.
-    void expect_contender() noexcept;
-    void contender_arrived() noexcept;
-
-    // Around a fork, by a thread that holds the lock.
-    void before_fork() noexcept { pthread_mutex_lock(&gate_); }
-    void after_fork_in_parent() noexcept { pthread_mutex_unlock(&gate_); }
-    void after_fork_in_child() noexcept;
+    // In a fork's child, where no other thread is: the calling thread holds as many levels as before the fork.
+    void start_afresh() noexcept;
 
 private:
+    void enter() noexcept;
+    void leave() noexcept;
+
     [[gnu::tls_model("initial-exec")]] static thread_local u32 depth_;
 
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-    pthread_mutex_t gate_ = PTHREAD_MUTEX_INITIALIZER;  // guards the two below, only for a moment
-    u32 contenders_ = 0;                                // threads that want the lock
-    u32 admitted_ = 0;                                  // counts those that got it
+    sleeper* first_woken_ = nullptr;  // by the holder of the lock
+    u32 woken_ = 0;                   // threads on their way out of wait()
+    std::atomic<u32> blocked_{0};     // threads that wait for the mutex
+    std::atomic<u32> admitted_{0};    // counts those that waited for it and got it
 };
 
 extern nesting_lock process_lock;

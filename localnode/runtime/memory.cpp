@@ -66,8 +66,12 @@ block* allocate_block(u32 bytes) noexcept
     }
     if (place == nullptr)
         return nullptr;
-    return new (place) block{.guard = LIVE, .bytes = bytes, .next = nullptr, .under_way = nullptr, .path = 0, .sequence = 0,
-                             .event = 0, .size_class = static_cast<u8>(pooled ? size_class : UNPOOLED), .unused = {}};
+    auto* made = static_cast<block*>(place);
+    made->guard = LIVE;
+    made->bytes = bytes;
+    made->under_way = nullptr;
+    made->size_class = static_cast<u8>(pooled ? size_class : UNPOOLED);
+    return made;
 }
 
 void free_block(block* freed) noexcept

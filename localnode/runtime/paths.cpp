@@ -11,6 +11,8 @@
 
 namespace tessaly::runtime {
 
+constinit u32 last_sent_on = 0;
+
 namespace {
 
 constinit never_destroyed<handle_space> path_users;
@@ -139,7 +141,7 @@ extern "C" void vpm_terminate_path_user(uint32_t path_user_handle)
     if (ended == nullptr)
         return;
     for (u32 handle = paths->next_used(0); handle != 0; handle = paths->next_used(handle))
-        if (find_path(handle)->user == path_user_handle)
+        if (find_path(handle)->user == ended)
             close_path(handle);
     path_users->release(path_user_handle);
     delete ended;
@@ -160,7 +162,7 @@ extern "C" uint32_t vpm_create_path(uint32_t path_user_handle, uint32_t node_add
     node_host* host = the_host();
     if (user == nullptr || host == nullptr || node_address != node::NODE_ADDRESS)
         return 0;
-    std::unique_ptr<path> made{new (std::nothrow) path{.user = path_user_handle, .kind = user->kind}};
+    std::unique_ptr<path> made{new (std::nothrow) path{.user = user}};
     const u32 handle = made != nullptr ? paths->create(made.get()) : 0;
     if (handle == 0)
         return 0;

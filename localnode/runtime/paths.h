@@ -2,6 +2,7 @@
 #pragma once
 
 #include "localnode/runtime/memory.h"
+#include "localnode/runtime/wait.h"
 #include "runtime/node_runtime.h"
 
 #include <vector>
@@ -17,12 +18,12 @@ struct path_user {
 };
 
 struct path {
-    u32 user = 0;
-    u32 kind = 0;                // of its path user
+    const path_user* user = nullptr;
     block* failure = nullptr;    // kept in reserve, so that a path can fail without memory; null once it has
     std::vector<u8> assembly{};  // of a message that comes in several calls: what came so far
     u32 assembly_bytes = 0;      // and how long it will be; 0 when none is under way
     u32 assembly_block = 0;      // how much of it is the contiguous part
+    waiter* caller = nullptr;    // who slept last after sending on it; may do something else by now
 
     bool failed() const noexcept { return failure == nullptr; }
 };
@@ -33,6 +34,9 @@ path* find_path(u32 handle) noexcept;
 
 // The path user of that kind that was there first; null when there is none.
 path_user* first_path_user(u32 kind) noexcept;
+
+// The path of the last message that was sent; whoever sleeps next, under the same hold of the lock, sent it.
+extern u32 last_sent_on;
 
 // Queues the path's failure, once; its node has dropped it already.
 void fail_path(u32 handle) noexcept;

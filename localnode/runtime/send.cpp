@@ -46,7 +46,7 @@ bool note_room(u32 path_handle, bytes block) noexcept
 
 status send_whole(u32 path_handle, const path& from, bytes block, bytes data) noexcept
 {
-    if (from.kind == VERB_LIBRARY && !note_room(path_handle, block))
+    if (from.user->kind == VERB_LIBRARY && !note_room(path_handle, block))
         return NO_MEMORY;
     node_host* host = the_host();
     if (host == nullptr)
@@ -109,6 +109,7 @@ extern "C" uint16_t vpm_send_ips(uint32_t path_handle, void* message, uint32_t m
     path* from = find_path(path_handle);
     if (from == nullptr || from->failed())
         return PATH_BROKEN;
+    last_sent_on = path_handle;
     const bytes rest = bytes_at(data, data_bytes);
     const status sent = message != nullptr ? begin_message(path_handle, *from, bytes_at(message, message_bytes), rest)
                                            : continue_message(path_handle, *from, rest);

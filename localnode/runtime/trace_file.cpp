@@ -93,6 +93,15 @@ void trace_mutex_after_fork() noexcept
     pthread_mutex_unlock(&mutex);
 }
 
+void trace_mutex_start_afresh() noexcept
+{
+    pthread_mutex_init(&mutex, nullptr);
+    if (has_file)
+        pthread_mutex_lock(&mutex);
+    else
+        collected_bytes = 0;
+}
+
 }  // namespace tessaly::runtime
 
 using namespace tessaly::runtime;

@@ -4,6 +4,7 @@
 namespace tessaly::runtime {
 
 void trace_mutex_before_fork() noexcept;
-void trace_mutex_after_fork() noexcept;  // on both sides
+void trace_mutex_after_fork() noexcept;    // in the parent
+void trace_mutex_start_afresh() noexcept;  // in the child
 
 }  // namespace tessaly::runtime

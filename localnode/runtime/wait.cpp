@@ -3,9 +3,11 @@
 
 #include "localnode/runtime/clock.h"
 #include "localnode/runtime/deliverers.h"
+#include "localnode/runtime/events.h"
 #include "localnode/runtime/fork.h"
 #include "localnode/runtime/handle_space.h"
 #include "localnode/runtime/never_destroyed.h"
+#include "localnode/runtime/paths.h"
 
 #include "runtime/node_runtime.h"
 
@@ -19,7 +21,7 @@ namespace {
 
 // Never freed, only used again, since a thread may still be on its way out of one that was released.
 struct wait_object : waiter {
-    bool woken = false;
+    bool over = false;      // the sleep, or the next one: the object was woken or released
     bool in_use = false;    // a thread is in vpm_sleep
     bool released = false;  // meanwhile
     wait_object* next_unused = nullptr;
@@ -44,7 +46,7 @@ wait_object* take_unused() noexcept
     wait_object* object = first_unused;
     if (object != nullptr) {
         first_unused = object->next_unused;
-        object->woken = false;
+        object->over = false;
         object->released = false;
         return object;
     }
@@ -73,35 +75,27 @@ u64 limit_after(u32 timeout_ms) noexcept
 
 void sleep_on(wait_object& object, u64 limit_ms) noexcept
 {
-    const u32 forks = forks_seen();
-    while (!object.woken && !object.released) {
-        const bool busy = attend();
-        if (forks != forks_seen())
+    const u32 forks = forks_seen;
+    const u32 sent_on = last_sent_on;
+    while (!object.over) {
+        deliver_waiting(object.over);
+        if (forks != forks_seen)
             wait_in_vain();
-        if (object.woken || object.released)
+        if (object.over)
             break;
-        if (busy)
+        if (events_wait()) {
             let_others_in();
-        else
+        } else {
+            if (path* awaited = find_path(sent_on))
+                awaited->caller = &object;
             sleep_as_caller(object, limit_ms);
+        }
         if (limit_ms != NEVER && precise_now_ms() >= limit_ms)
             break;
     }
 }
 
 }  // namespace
-
-void waiter::start_afresh() noexcept
-{
-    pthread_condattr_t monotonic;
-    pthread_condattr_init(&monotonic);
-    pthread_condattr_setclock(&monotonic, CLOCK_MONOTONIC);
-    pthread_cond_init(&condition, &monotonic);
-    pthread_condattr_destroy(&monotonic);
-    asleep = false;
-    signalled = false;
-    called = false;
-}
 
 void forget_sleeping_threads() noexcept
 {
@@ -134,6 +128,7 @@ extern "C" void vpm_release_wait_object(uint32_t handle)
         return;
     objects->release(handle);
     object->released = true;
+    object->over = true;
     if (object->in_use)
         wake(*object);
     else
@@ -156,7 +151,7 @@ extern "C" void vpm_sleep(uint32_t handle, uint32_t timeout_ms)
     object->in_use = true;
     sleep_on(*object, limit_after(timeout_ms));
     object->in_use = false;
-    object->woken = false;
+    object->over = false;
     if (object->released)
         put_aside(*object);
 }
@@ -166,6 +161,6 @@ extern "C" void vpm_wakeup(uint32_t handle)
     wait_object* object = object_of(handle);
     if (object == nullptr)
         return;
-    object->woken = true;
+    object->over = true;
     wake(*object);
 }

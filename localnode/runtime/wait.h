@@ -6,16 +6,18 @@
 namespace tessaly::runtime {
 
 // Guarded by the process lock.
-struct waiter {
-    pthread_cond_t condition{};
+struct waiter : sleeper {
     waiter* newer = nullptr;  // among the callers that are asleep
     waiter* older = nullptr;
     bool asleep = false;
-    bool signalled = false;  // woken, and not yet running
-    bool called = false;     // signalled to deliver events
+    bool called = false;  // woken to deliver events
 
-    // For a new record, and for one whose waiting thread a fork has left behind.
-    void start_afresh() noexcept;
+    void start_afresh() noexcept
+    {
+        sleeper::start_afresh();
+        asleep = false;
+        called = false;
+    }
 };
 
 // In a fork's child: none of the other threads sleeps any more.

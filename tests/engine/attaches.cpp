@@ -1,5 +1,5 @@
 // How an ALLOCATE finds the TP that takes it: waiting ones, later ones, those that refuse, and none.
-#include "tests/engine/playing.h"
+#include "tests/engine/scripts.h"
 
 namespace tessaly::node::playing {
 namespace {
@@ -7,19 +7,25 @@ namespace {
 using Attach = EngineTest;
 
 constexpr rc NOT_AVAILABLE{ALLOCATION_ERROR, APPC_SEC_TRANS_PGM_NOT_AVAIL_RETRY};
+constexpr rc NOT_GIVEN{STATE_CHECK, SEC_ALLOCATE_FAILED};
 
-void expect_withdrawn(world& w, const program& waiting)
+appc_receive_allocate taking(u32 attach_corr)
 {
-    const auto ready = w.take_ready(waiting.client, waiting.handle);
-    ASSERT_TRUE(ready);
-    EXPECT_EQ(ready->app_rdy_status, VSM_ST_FAILED);
+    auto verb = verb_of_tp<appc_receive_allocate>(RECEIVE_ALLOCATE);
+    verb.conv_id = attach_corr;
+    return verb;
+}
+
+u32 offered_to(program& tp)
+{
+    const auto ready = tp.w->take_ready(tp.client, tp.handle);
+    return ready && ready->app_rdy_status == VSM_ST_READY ? ready->attach_corr : 0;
 }
 
 void cancel_announcement(program& waiting)
 {
-    waiting.w->datagram(
-        waiting.client,
-        cancel_announce_datagram{{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE}, waiting.handle});
+    constexpr datagram_header header{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE};
+    waiting.w->datagram(waiting.client, cancel_announce_datagram{header, waiting.handle});
 }
 
 void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
@@ -34,45 +40,38 @@ void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
 TEST_F(Attach, waits_with_its_data_for_a_later_receive_allocate)
 {
     program a = start_tp(w);
-    const u32 conv = a.run(allocate("LATER")).block.conv_id;
-    EXPECT_EQ(a.codes(send_data(conv), as_bytes("early")), rc{});
-    EXPECT_EQ(a.codes(deallocate(conv)), rc{});
+    const u32 conv = converse_with(a, "LATER");
+    EXPECT_EQ(a.codes(send_data(conv, APPC_SEND_DEALLOC_FLUSH), as_bytes("early")), rc{});
     program b = announce(w, "LATER");
     accept(b);
-    EXPECT_EQ(b.run(receive(b.conv)).text(), "early");
-    EXPECT_EQ(b.codes(receive(b.conv)), (rc{DEALLOC_NORMAL, 0}));
+    expect_told(b, receive(b.conv), {"early", "900"});
 }
 
-struct announcement {
-    const char* why;
-    const char* tp_name;
-    const char* lu;
-    bool cpic;
-    bool matches;  // an ALLOCATE of ECHO at SERVER
-};
-
 // clang-format off
-const announcement announcements[] = {
-    {"the name itself", "ECHO", "", false, true},
-    {"no name is any", "", "", false, true},
-    {"another name", "ECH", "", false, false},
-    {"the LU itself", "ECHO", "SERVER", false, true},
-    {"another LU", "ECHO", "OTHER", false, false},
-    {"any name, another LU", "", "OTHER", false, false},
-    {"CPI-C without registered names", "", "", true, true},
+const struct {
+    const char *why, *tp_name, *lu;
+    bool cpic, matches;  // an ALLOCATE of ECHO at SERVER
+} announcements[] = {
+    {"the name itself",                "ECHO", "",       false, true},
+    {"no name is any",                 "",     "",       false, true},
+    {"another name",                   "ECH",  "",       false, false},
+    {"the LU itself",                  "ECHO", "SERVER", false, true},
+    {"another LU",                     "ECHO", "OTHER",  false, false},
+    {"any name, another LU",           "",     "OTHER",  false, false},
+    {"CPI-C without registered names", "",     "",       true,  true},
 };
 // clang-format on
 
 TEST_F(Attach, goes_to_a_tp_that_waits_for_its_name_and_lu)
 {
-    for (const announcement& each : announcements)
+    for (const auto& each : announcements)
         for (const bool announced_first : {true, false}) {
             SCOPED_TRACE(std::string(each.why) + (announced_first ? ", announced first" : ", allocated first"));
             std::optional<program> b;
             if (announced_first)
                 b = announce(w, each.tp_name, 2, each.lu, each.cpic);
             program a = start_tp(w);
-            EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+            converse_with(a, "ECHO");
             if (!announced_first)
                 b = announce(w, each.tp_name, 2, each.lu, each.cpic);
             EXPECT_EQ(receive_allocate(*b).has_value(), each.matches);
@@ -88,13 +87,12 @@ TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
     cpic(w, 2, DATAGRAM_REGISTER_CPIC, "OTHER");
     cpic(w, 3, DATAGRAM_REGISTER_CPIC, "ECHO");
     program b = announce(w, "", 2, "", true);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    converse_with(a, "ECHO");
     EXPECT_TRUE(w.frames.empty());
     cpic(w, 2, DATAGRAM_REGISTER_CPIC, "ECHO");
     accept(b);
-
     program c = announce(w, "", 3, "", true);
-    EXPECT_EQ(a.codes(allocate("ANY")), rc{});
+    converse_with(a, "ANY");
     EXPECT_TRUE(w.frames.empty());
     cpic(w, 3, DATAGRAM_UNREGISTER_CPIC, "ECHO");
     accept(c);
@@ -102,13 +100,12 @@ TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
 
 TEST_F(Attach, comes_to_those_who_wait_in_their_order)
 {
-    program b = announce(w, "ECHO", 2);
-    program c = announce(w, "ECHO", 3);
+    program waiting[] = {announce(w, "ECHO", 2), announce(w, "ECHO", 3)};
     program a = start_tp(w);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
-    accept(b);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
-    accept(c);
+    for (program& next : waiting) {
+        converse_with(a, "ECHO");
+        accept(next);
+    }
 }
 
 TEST_F(Attach, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
@@ -116,18 +113,16 @@ TEST_F(Attach, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
     program b = announce(w, "ECHO", 2);
     program c = announce(w, "ECHO", 3);
     program a = start_tp(w);
-    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
+    const u32 conv = converse_with(a, "ECHO");
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("for whom")), rc{});
-    const auto to_b = w.take_ready(2, b.handle);
-    ASSERT_TRUE(to_b);
-    respond(b, to_b->attach_corr, ATTACH_REFUSED);
-    const auto to_c = w.take_ready(3, c.handle);
-    ASSERT_TRUE(to_c);
-    EXPECT_NE(to_c->attach_corr, to_b->attach_corr);
-    respond(b, to_b->attach_corr, ATTACH_REFUSED);  // once more, too late
-    respond(b, to_c->attach_corr, ATTACH_REFUSED);  // not b's to refuse
+    const u32 to_b = offered_to(b);
+    respond(b, to_b, ATTACH_REFUSED);
+    const u32 to_c = offered_to(c);
+    EXPECT_TRUE(to_c != 0 && to_c != to_b);
+    respond(b, to_b, ATTACH_REFUSED);  // once more, too late
+    respond(b, to_c, ATTACH_REFUSED);  // not b's to refuse
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("still on")), rc{});
-    respond(c, to_c->attach_corr, ATTACH_REFUSED);
+    respond(c, to_c, ATTACH_REFUSED);
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), NOT_AVAILABLE);
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID}));
 }
@@ -137,19 +132,14 @@ TEST_F(Attach, refused_on_its_open_path_loses_nothing_that_was_sent)
     program b = announce(w, "ECHO", 2);
     program c = announce(w, "ECHO", 3);
     program a = start_tp(w);
-    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
-    EXPECT_EQ(a.codes(send_data(conv), as_bytes("kept")), rc{});
-    const auto to_b = w.take_ready(2, b.handle);
-    ASSERT_TRUE(to_b);
+    EXPECT_EQ(a.codes(send_data(converse_with(a, "ECHO")), as_bytes("kept")), rc{});
+    const u32 to_b = offered_to(b);
     b.open();
-    appc_receive_allocate verb{};
-    verb.opcode = RECEIVE_ALLOCATE;
-    verb.conv_id = to_b->attach_corr;
-    EXPECT_EQ(b.codes(verb), rc{});
+    EXPECT_EQ(b.codes(taking(to_b)), rc{});
     b.close();  // the application cancelled before the answer arrived
-    respond(b, to_b->attach_corr, ATTACH_REFUSED);
+    respond(b, to_b, ATTACH_REFUSED);
     accept(c);
-    EXPECT_EQ(c.run(receive(c.conv)).text(), "kept");
+    expect_told(c, receive(c.conv), {"kept"});
 }
 
 TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
@@ -157,22 +147,19 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     w.time(1000);
     program a = start_tp(w);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
-    const u32 silent = a.run(allocate("NOBODY")).block.conv_id;
+    const u32 silent = converse_with(a, "NOBODY");
     w.time(1500);
-    const u32 asking = a.run(allocate("NOBODY")).block.conv_id;
-    const u32 receiving = a.run(allocate("NOBODY")).block.conv_id;
-    const u32 asked = a.issue(confirm(asking));
-    const u32 received = a.issue(receive(receiving));
-    const auto limit = w.node.deadline_ms();
-    ASSERT_TRUE(limit);
-    w.time(*limit - 1);
+    const u32 asked = a.issue(confirm(converse_with(a, "NOBODY")));
+    const u32 received = a.issue(receive(converse_with(a, "NOBODY")));
+    const u64 limit = w.node.deadline_ms().value_or(0);
+    w.time(limit - 1);
     EXPECT_EQ(a.codes(send_data(silent), as_bytes("still")), rc{});
-    w.time(*limit);
+    w.time(limit);
     EXPECT_EQ(a.codes(send_data(silent)), NOT_AVAILABLE);
-    EXPECT_EQ(w.node.deadline_ms(), *limit + 500);
-    w.time(*limit + 500);
-    EXPECT_EQ(a.answer<appc_confirm>(asked)->codes(), NOT_AVAILABLE);
-    EXPECT_EQ(a.answer<appc_receive>(received)->codes(), NOT_AVAILABLE);
+    EXPECT_EQ(w.node.deadline_ms(), limit + 500);
+    w.time(limit + 500);
+    EXPECT_EQ(outcome_of(a, asked), NOT_AVAILABLE);
+    EXPECT_EQ(outcome_of(a, received), NOT_AVAILABLE);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
 }
 
@@ -181,8 +168,7 @@ TEST_F(Attach, taken_in_time_outlives_the_limit)
     auto [a, b, at_a, at_b] = converse(w);
     w.time(1'000'000);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
-    EXPECT_EQ(a.codes(send_data(at_a), as_bytes("x")), rc{});
-    EXPECT_EQ(b.run(receive(at_b)).text(), "x");
+    expect_flows(a, at_a, b, at_b);
 }
 
 TEST_F(Attach, named_late_or_by_the_wrong_tp_is_not_given)
@@ -191,16 +177,12 @@ TEST_F(Attach, named_late_or_by_the_wrong_tp_is_not_given)
     program thief{w, 3};
     thief.open();
     program a = start_tp(w);
-    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
-    appc_receive_allocate verb{};
-    verb.opcode = RECEIVE_ALLOCATE;
-    const auto ready = w.take_ready(2, b.handle);
-    ASSERT_TRUE(ready);
-    verb.conv_id = ready->attach_corr;
-    EXPECT_EQ(thief.codes(verb), (rc{STATE_CHECK, SEC_ALLOCATE_FAILED}));
+    const u32 conv = converse_with(a, "ECHO");
+    const u32 to_b = offered_to(b);
+    EXPECT_EQ(thief.codes(taking(to_b)), NOT_GIVEN);
     w.time(*w.node.deadline_ms());
     b.open();
-    EXPECT_EQ(b.codes(verb), (rc{STATE_CHECK, SEC_ALLOCATE_FAILED}));
+    EXPECT_EQ(b.codes(taking(to_b)), NOT_GIVEN);
     EXPECT_EQ(a.codes(confirm(conv)), NOT_AVAILABLE);
 }
 
@@ -208,12 +190,12 @@ TEST_F(Attach, announcements_are_withdrawn_unless_matched)
 {
     program b = announce(w, "ECHO", 2);
     cancel_announcement(b);
-    expect_withdrawn(w, b);
+    const auto ready = w.take_ready(b.client, b.handle);
+    EXPECT_TRUE(ready && ready->app_rdy_status == VSM_ST_FAILED);
     cancel_announcement(b);  // unknown by now
-
     program c = announce(w, "ECHO", 2);
     program a = start_tp(w);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
+    converse_with(a, "ECHO");
     cancel_announcement(c);
     accept(c);
 }
@@ -231,7 +213,7 @@ TEST_F(Attach, more_than_the_node_keeps_are_refused_at_once)
     EXPECT_GE(kept, 1000u);
     program b = announce(w, "NOBODY");
     accept(b);
-    EXPECT_EQ(a.codes(allocate("NOBODY")), rc{}) << "one place is free again";
+    converse_with(a, "NOBODY");  // one place is free again
 }
 
 }  // namespace

@@ -30,16 +30,6 @@ verb_message_header header_in(const bytes& message)
     return header;
 }
 
-template <typename Verb>
-Verb conversation_verb(u16 opcode, u32 conv)
-{
-    Verb verb{};
-    verb.opcode = opcode;
-    verb.opext = APPC_MAPPED_CONVERSATION;
-    verb.conv_id = conv;
-    return verb;
-}
-
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, const rc& codes)
@@ -82,11 +72,10 @@ void world::feed(const frame& input)
     node.accept(input, *this);
 }
 
-std::optional<got> world::take(client_id client, frame_kind kind, u32 path)
+template <typename Wanted>
+static std::optional<got> take_first(std::vector<got>& frames, Wanted wanted)
 {
-    const auto found = std::find_if(frames.begin(), frames.end(), [=](const got& each) {
-        return each.client == client && each.kind == kind && each.path == path;
-    });
+    const auto found = std::find_if(frames.begin(), frames.end(), wanted);
     if (found == frames.end())
         return std::nullopt;
     got taken = std::move(*found);
@@ -94,17 +83,17 @@ std::optional<got> world::take(client_id client, frame_kind kind, u32 path)
     return taken;
 }
 
+std::optional<got> world::take(client_id client, frame_kind kind, u32 path)
+{
+    return take_first(frames, [=](const got& each) { return each.client == client && each.kind == kind && each.path == path; });
+}
+
 std::optional<got> world::take_answer(client_id client, u32 path, u32 pend_handle)
 {
-    const auto found = std::find_if(frames.begin(), frames.end(), [=](const got& each) {
+    auto taken = take_first(frames, [=](const got& each) {
         return each.kind == frame_kind::message && header_in(each.content).pend_handle == pend_handle;
     });
-    if (found == frames.end())
-        return std::nullopt;
-    got taken = std::move(*found);
-    frames.erase(found);
-    EXPECT_EQ(taken.client, client);
-    EXPECT_EQ(taken.path, path);
+    EXPECT_TRUE(!taken || (taken->client == client && taken->path == path)) << "the answer went another way";
     return taken;
 }
 
@@ -113,13 +102,9 @@ std::optional<appl_ready_datagram> world::take_ready(client_id client, u32 tp_ha
     const std::optional<got> taken = take(client, frame_kind::datagram, 0);
     if (!taken)
         return std::nullopt;
-    appl_ready_datagram ready;
-    if (taken->content.size() != sizeof ready) {
-        ADD_FAILURE() << "a datagram of " << taken->content.size() << " bytes";
-        return std::nullopt;
-    }
-    std::memcpy(&ready, taken->content.data(), sizeof ready);
-    EXPECT_EQ(ready.header.length, sizeof ready);
+    appl_ready_datagram ready{};
+    std::memcpy(&ready, taken->content.data(), std::min(taken->content.size(), sizeof ready));
+    EXPECT_TRUE(taken->content.size() == sizeof ready && ready.header.length == sizeof ready);
     EXPECT_EQ(ready.header.type, DATAGRAM_APPL_READY);
     EXPECT_EQ(ready.tp_handle, tp_handle);
     return ready;
@@ -142,8 +127,9 @@ verb_bytes program::compose(const void* block, std::span<const u8> data)
         header_of(copy).format = 1;
     else
         std::memcpy(header_of(copy).tp_id, tp_id, sizeof tp_id);
-    if (opcode == SEND_DATA && block_as<appc_send_data>(copy).dlen == 0)
-        block_as<appc_send_data>(copy).dlen = static_cast<u16>(data.size());
+    const u16 length_at = find_verb(opcode) != nullptr ? find_verb(opcode)->sent[0].length_at : u16{0};
+    if (length_at != 0 && opcode != SEND_CONVERSATION && load<u16>(copy, length_at) == 0)
+        store(copy, length_at, static_cast<u16>(data.size()));
     widen_block(copy, layout);
 
     verb_bytes message{{}, bytes(copy, copy + layout.node_length), bytes(data.begin(), data.end())};
@@ -186,12 +172,12 @@ program start_tp(world& w, client_id client, std::string_view lu)
 {
     program tp{w, client};
     tp.open();
-    appc_tp_started verb{};
-    verb.opcode = TP_STARTED;
+    auto verb = verb_of_tp<appc_tp_started>(TP_STARTED);
     alias(verb.lu_alias, lu);
     name(verb.tp_name, "CALLER");
     const auto started = tp.run(verb);
     EXPECT_EQ(started.codes(), rc{});
+    EXPECT_EQ(text_of(started.block.fq_lu_name), "TESSALY." + std::string(lu.empty() ? "LOCAL" : lu));
     tp.node_corr = started.header.src_corr;
     std::memcpy(tp.tp_id, started.block.tp_id, sizeof tp.tp_id);
     return tp;
@@ -220,8 +206,7 @@ std::optional<answered<appc_receive_allocate>> receive_allocate(program& waiting
     EXPECT_EQ(ready->app_rdy_status, VSM_ST_READY);
     EXPECT_EQ(ready->attach_addr, NODE_ADDRESS);
     waiting.open();
-    appc_receive_allocate verb{};
-    verb.opcode = RECEIVE_ALLOCATE;
+    auto verb = verb_of_tp<appc_receive_allocate>(RECEIVE_ALLOCATE);
     std::memcpy(verb.tp_name, ready->tp_name, sizeof verb.tp_name);
     verb.conv_id = ready->attach_corr;
     auto taken = waiting.run(verb);
@@ -249,79 +234,41 @@ void respond(program& waiting, u32 attach_corr, u32 reason)
 
 appc_allocate allocate(std::string_view tp_name, u8 sync_level)
 {
-    auto verb = conversation_verb<appc_allocate>(ALLOCATE, 0);
-    verb.conv_type = APPC_MAPPED;
-    verb.sync_level = sync_level;
-    alias(verb.plu_alias, "SERVER");
-    name(verb.mode_name, "INTER");
-    name(verb.tp_name, tp_name);
-    return verb;
-}
-
-appc_send_data send_data(u32 conv, u8 type)
-{
-    auto verb = conversation_verb<appc_send_data>(SEND_DATA, conv);
-    verb.type = type;
-    return verb;
-}
-
-appc_receive receive(u32 conv, u16 max_len, u8 rtn_status, u16 opcode)
-{
-    auto verb = conversation_verb<appc_receive>(opcode, conv);
-    verb.max_len = max_len;
-    verb.rtn_status = rtn_status;
-    return verb;
-}
-
-appc_prepare_to_receive prepare_to_receive(u32 conv, u8 type, u8 locks)
-{
-    auto verb = conversation_verb<appc_prepare_to_receive>(PREPARE_TO_RECEIVE, conv);
-    verb.ptr_type = type;
-    verb.locks = locks;
-    return verb;
-}
-
-appc_deallocate deallocate(u32 conv, u8 type)
-{
-    auto verb = conversation_verb<appc_deallocate>(DEALLOCATE, conv);
-    verb.dealloc_type = type;
-    return verb;
-}
-
-appc_confirm confirm(u32 conv)
-{
-    return conversation_verb<appc_confirm>(CONFIRM, conv);
-}
-
-appc_send_error send_error(u32 conv, u8 direction)
-{
-    auto verb = conversation_verb<appc_send_error>(SEND_ERROR, conv);
-    verb.err_dir = direction;
-    return verb;
-}
-
-appc_header plain(u16 opcode, u32 conv)
-{
-    return conversation_verb<appc_header>(opcode, conv);
-}
-
-appc_tp_ended tp_ended()
-{
-    appc_tp_ended verb{};
-    verb.opcode = TP_ENDED;
-    return verb;
+    return conversation_verb<appc_allocate>(ALLOCATE, 0, [=](auto& verb) {
+        verb.conv_type = APPC_MAPPED;
+        verb.sync_level = sync_level;
+        alias(verb.plu_alias, "SERVER");
+        name(verb.mode_name, "INTER");
+        name(verb.tp_name, tp_name);
+    });
 }
 
 u8 state_of(program& tp, u32 conv)
 {
-    return tp.run(conversation_verb<appc_get_state>(GET_STATE, conv)).block.conv_state;
+    return tp.run(conversation_verb<appc_get_state>(GET_STATE, conv, [](auto&) {})).block.conv_state;
 }
 
-pair converse(world& w, u8 sync_level)
+rc outcome_of(program& tp, u32 pend_handle)
+{
+    const auto answer = tp.answer<appc_header>(pend_handle);
+    return answer ? answer->codes() : WAITS;
+}
+
+u32 converse_with(program& a, std::string_view tp_name)
+{
+    const auto allocated = a.run(allocate(tp_name));
+    EXPECT_EQ(allocated.codes(), rc{});
+    return allocated.block.conv_id;
+}
+
+pair converse(world& w, u8 sync_level, u8 conv_type)
 {
     program b = announce(w, "ECHO");
     program a = start_tp(w);
-    const auto allocated = a.run(allocate("ECHO", sync_level));
+    appc_allocate verb = allocate("ECHO", sync_level);
+    verb.conv_type = conv_type;
+    verb.opext = conv_type == APPC_MAPPED ? APPC_MAPPED_CONVERSATION : 0;
+    const auto allocated = a.run(verb);
     EXPECT_EQ(allocated.codes(), rc{});
     accept(b);
     return {a, b, allocated.block.conv_id, b.conv};

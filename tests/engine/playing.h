@@ -167,17 +167,53 @@ std::optional<answered<appc_receive_allocate>> receive_allocate(program& waiting
 void accept(program& waiting);
 void respond(program& waiting, u32 attach_corr, u32 reason);
 
+// What became of a verb that was issued; WAITS when it has no answer yet.
+inline constexpr rc WAITS{0xEEEE, 0};
+rc outcome_of(program& tp, u32 pend_handle);
+
 // Blocks of verbs on a mapped conversation.
+template <typename Verb, typename Fill>
+Verb conversation_verb(u16 opcode, u32 conv, Fill fill)
+{
+    Verb verb{};
+    verb.opcode = opcode;
+    verb.opext = APPC_MAPPED_CONVERSATION;
+    verb.conv_id = conv;
+    fill(verb);
+    return verb;
+}
+// clang-format off
 appc_allocate allocate(std::string_view tp_name, u8 sync_level = APPC_SYNC_CONFIRM);
-appc_send_data send_data(u32 conv, u8 type = APPC_SEND_NONE);
-appc_receive receive(u32 conv, u16 max_len = 0xFFFF, u8 rtn_status = 0, u16 opcode = RECEIVE_AND_WAIT);
-appc_prepare_to_receive prepare_to_receive(u32 conv, u8 type = APPC_P_TO_R_FLUSH, u8 locks = APPC_LOCKS_SHORT);
-appc_deallocate deallocate(u32 conv, u8 type = APPC_DEALLOC_FLUSH);
-appc_confirm confirm(u32 conv);
-appc_send_error send_error(u32 conv, u8 direction = APPC_ERROR_RECEIVE_DIRECTION);
-appc_header plain(u16 opcode, u32 conv);  // CONFIRMED, FLUSH, REQUEST_TO_SEND, CANCEL_CONV
-appc_tp_ended tp_ended();
+inline appc_send_data send_data(u32 conv, u8 type = APPC_SEND_NONE)
+{ return conversation_verb<appc_send_data>(SEND_DATA, conv, [=](auto& v) { v.type = type; }); }
+inline appc_receive receive(u32 conv, u16 max_len = 0xFFFF, u8 rtn_status = 0, u16 opcode = RECEIVE_AND_WAIT)
+{ return conversation_verb<appc_receive>(opcode, conv, [=](auto& v) { v.max_len = max_len; v.rtn_status = rtn_status; }); }
+inline appc_prepare_to_receive prepare_to_receive(u32 conv, u8 type = APPC_P_TO_R_FLUSH, u8 locks = APPC_LOCKS_SHORT)
+{
+    return conversation_verb<appc_prepare_to_receive>(PREPARE_TO_RECEIVE, conv,
+                                                      [=](auto& v) { v.ptr_type = type; v.locks = locks; });
+}
+inline appc_deallocate deallocate(u32 conv, u8 type = APPC_DEALLOC_FLUSH)
+{ return conversation_verb<appc_deallocate>(DEALLOCATE, conv, [=](auto& v) { v.dealloc_type = type; }); }
+inline appc_send_error send_error(u32 conv, u8 direction = APPC_ERROR_RECEIVE_DIRECTION, u8 type = APPC_PROG_ERROR)
+{ return conversation_verb<appc_send_error>(SEND_ERROR, conv, [=](auto& v) { v.err_dir = direction; v.err_type = type; }); }
+inline appc_confirm confirm(u32 conv) { return conversation_verb<appc_confirm>(CONFIRM, conv, [](auto&) {}); }
+inline appc_header plain(u16 opcode, u32 conv)  // CONFIRMED, FLUSH, REQUEST_TO_SEND, CANCEL_CONV
+{ return conversation_verb<appc_header>(opcode, conv, [](auto&) {}); }
+inline appc_test_rts_and_post test_rts(u32 conv, u16 opcode = TEST_RTS)
+{ return conversation_verb<appc_test_rts_and_post>(opcode, conv, [](auto&) {}); }
+inline appc_send_expedited_data send_expedited(u32 conv)
+{ return conversation_verb<appc_send_expedited_data>(SEND_EXPEDITED_DATA, conv, [](auto&) {}); }
+inline appc_receive_expedited_data receive_expedited(u32 conv, u16 max_len = 100, u8 rtn_ctl = APPC_IMMEDIATE)
+{
+    return conversation_verb<appc_receive_expedited_data>(RECEIVE_EXPEDITED_DATA, conv,
+                                                          [=](auto& v) { v.max_len = max_len; v.rtn_ctl = rtn_ctl; });
+}
+template <typename Verb>
+Verb verb_of_tp(u16 opcode) { Verb verb{}; verb.opcode = opcode; return verb; }
+inline appc_tp_ended tp_ended() { return verb_of_tp<appc_tp_ended>(TP_ENDED); }
 u8 state_of(program& tp, u32 conv);
+// clang-format on
 
 inline std::span<const u8> as_bytes(std::string_view text)
 {
@@ -191,6 +227,7 @@ struct pair {
     u32 at_a;
     u32 at_b;
 };
-pair converse(world& w, u8 sync_level = APPC_SYNC_CONFIRM);
+u32 converse_with(program& a, std::string_view tp_name);  // allocates only
+pair converse(world& w, u8 sync_level = APPC_SYNC_CONFIRM, u8 conv_type = APPC_MAPPED);
 
 }  // namespace tessaly::node::playing

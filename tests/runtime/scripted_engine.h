@@ -8,21 +8,15 @@
 
 namespace tessaly::node {
 
-struct seen_frame {
-    frame_kind kind;
-    u32 path;
-    std::vector<u8> block;
-    std::vector<u8> data;
-};
+struct seen_frame { frame_kind kind; std::vector<u8> bytes; };  // block and data
 
 // Guarded by the process lock, as the engine is.
 struct node_script {
-    std::function<void(const frame&, frame_sink&)> answer = [](const frame&, frame_sink&) {};
+    using answer = std::function<void(const frame&, frame_sink&)>;
+    answer on_message, on_datagram, on_time;
     std::optional<u64> deadline_ms;
-    std::vector<seen_frame> seen;  // all but the time
+    std::vector<seen_frame> seen;  // messages and closed paths
     u32 engines = 0;               // made so far
-
-    std::vector<seen_frame> seen_of(frame_kind kind) const;
 };
 
 extern node_script script;

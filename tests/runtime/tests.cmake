@@ -1,5 +1,5 @@
-# The runtime's own files around a scripted engine, so that the node does what a case needs; then the library as it ships, with
-# the real engine.
+# The runtime's own files around a scripted engine, so that the node does what a case needs. The real engine under
+# the library is what the conversations of tests/e2e try.
 if(NOT TARGET tessaly_runtime)
     return()
 endif()
@@ -10,6 +10,4 @@ target_compile_definitions(tessaly_runtime_scripted PUBLIC TESSALY_NODE_SIDE)
 target_include_directories(tessaly_runtime_scripted PUBLIC ${tessaly_include_dirs} ${CMAKE_CURRENT_LIST_DIR})
 
 tessaly_test(NAME runtime_test LINK tessaly_runtime_scripted SOURCES
-    delivery_test.cpp diagnostics_test.cpp fork_test.cpp handles_test.cpp lock_test.cpp threads_test.cpp)
-
-tessaly_test(NAME embedded_node_test LINK tessaly_runtime SOURCES embedded_node_test.cpp)
+    delivery_test.cpp diagnostics_test.cpp fork_test.cpp handles_test.cpp threads_test.cpp)

@@ -1,0 +1,234 @@
+// The fault sweep: every fallible runtime call of every scenario fails, alone and with all that follow, one after the other. A
+// failed send is left out: it always shows as a lost path, which has tests of its own. In the environment,
+// TESSALY_FAULT_POINT=scenario/number/once (or on) plays one point only.
+#include "tests/support/library_test.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+namespace tessaly::test {
+
+namespace {
+
+constexpr u16 STATUS = 19;  // of calls that fail: no node is there
+constexpr outcome NO_MEMORY = rc(UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
+constexpr outcome NODE_REFUSES = rc(STATE_CHECK);
+
+// clang-format off
+struct fallible { std::string_view name; may_fail operation; outcome told; };  // by the verb, when it fails
+#define FALLIBLE(operation, told) {#operation, may_fail::operation, told}
+constexpr fallible operations[] = {
+    FALLIBLE(nba_mm_alloc, NO_MEMORY), FALLIBLE(nba_create_handle, NO_MEMORY), FALLIBLE(vtm_get_free_entry, NO_MEMORY),
+    FALLIBLE(vtm_table_init, NO_MEMORY), FALLIBLE(vpm_allocate_wait_object, NO_MEMORY), FALLIBLE(vpm_create_path, NO_MEMORY),
+    FALLIBLE(vpm_init_path_user, rc(COMMS_SUBSYSTEM_NOT_LOADED, STATUS)),
+    FALLIBLE(vsm_query_services, rc(COMMS_SUBSYSTEM_NOT_LOADED)),
+    FALLIBLE(vpm_send_datagram, rc(UNEXPECTED_SYSTEM_ERROR, STATUS)),
+};
+
+// Where blocks hold the length and the address of their data.
+constexpr u16 data_places[][3] = {{SEND_DATA, 26, 28}, {SEND_CONVERSATION, 152, 156}, {SEND_CONVERSATION, 186, 188},
+                                  {RECEIVE_AND_WAIT, 30, 36}, {RECEIVE_AND_POST, 30, 36}};
+// clang-format on
+
+// Steps of a script that the node takes; all others are verbs.
+enum node_step : u16 { CONVERSATION_COMES = 0xF001, WAIT_FAILS, NEWS };
+
+// A fresh node, on which one script is played.
+class fault_run : public library_test {
+public:
+    explicit fault_run(entry through = entry::appc) : through_(through)
+    {
+        node.nodes = {1, 2};
+        for (const u16 opcode : {ALLOCATE, SEND_DATA, CONFIRM, DEALLOCATE, SEND_CONVERSATION, RECEIVE_ALLOCATE})
+            node.answers(opcode);
+        for (const u16 opcode : {RECEIVE_AND_WAIT, RECEIVE_AND_POST})
+            node.answers(opcode, filled<appc_receive>([](auto& block) { block.dlen = 5; }, as_bytes("hello", 5)));
+    }
+
+    void takes(u16 step)
+    {
+        if (step == NEWS && node.count(DEALLOCATE) != 0) {
+            sent_verb news = node.last(DEALLOCATE);
+            store<u16>(news.message.data(), 112, IMPLIED_FORGET);
+            node.answer(news);
+        } else if ((step == CONVERSATION_COMES || step == WAIT_FAILS) && !node.datagrams.empty()) {
+            const u32 waiting = load<u32>(node.datagrams.front().data(), 8);
+            conversation_ready(waiting, step == WAIT_FAILS ? VSM_ST_FAILED : VSM_ST_READY);
+        } else if (published(step) != nullptr) {
+            issues(step);
+        }
+        if (running.id.empty() && issued_.front()->codes() == rc(OK))
+            running = tp_of(*issued_.front());
+    }
+
+    // Ends the library; every verb must have completed once, or been refused. Result: the verbs' codes.
+    std::vector<outcome> finish()
+    {
+        stop_library();  // while calls still fail
+        TearDown();
+        std::vector<outcome> all;
+        for (verb* each : issued_) {
+            const u16 opcode = each->header().opcode;
+            const bool posts = opcode == RECEIVE_AND_POST && node.count(opcode) != 0;
+            const bool called = through_ == entry::appc ? posts : each->result == VAV_IN_PROGRESS;
+            const auto forgets = std::ranges::count(each->calls, callback::forget, &callback::by);
+            EXPECT_TRUE(through_ == entry::appc || called || each->result == VAV_COMPLETE) << "opcode " << opcode;
+            EXPECT_EQ(std::ssize(each->calls) - forgets, called ? 1 : 0) << "opcode " << opcode;
+            EXPECT_EQ(forgets, opcode == DEALLOCATE && each->codes() == rc(OK) ? 1 : 0) << "opcode " << opcode;
+            all.push_back(each->codes());
+        }
+        return all;
+    }
+
+    void TestBody() override {}  // it is no test of its own
+
+    using library_test::node;
+    tp running;
+
+private:
+    void issues(u16 opcode)
+    {
+        const bool format_1 = published(opcode)->format[1].length != 0;
+        verb& v = opcode == TP_STARTED ? tp_started() : make_on(running, opcode, CONV_7, format_1);
+        for (const auto& [of, length_at, address_at] : data_places)
+            if (of == opcode)
+                store<u16>(v.block(), length_at, 5), store(v.block(), address_at, &buffer_[0]);
+        if (opcode == RECEIVE_AND_POST)
+            v.as<appc_receive>().callback = post;
+        if (opcode == DEALLOCATE)
+            v.as<appc_deallocate>().forget_callback = forget;
+        issued_.push_back(&v);
+        enter(through_, v);
+        if (opcode != CONFIRM)  // so that many are under way together
+            node.deliver();
+    }
+
+    entry through_;
+    std::vector<verb*> issued_;
+    char buffer_[6] = {};
+};
+
+struct scenario {
+    const char* name;
+    entry through;
+    u32 least_calls;  // that can fail; fewer, and the scenario has done nothing
+    std::vector<u16> script;
+    std::vector<outcome> own = {};  // codes that a fault may lead to besides those that tell of it
+    void (*prepare)(fault_run& run) = [](fault_run&) {};
+};
+
+std::vector<scenario> scenarios()
+{
+    using enum entry;
+    const std::vector<u16> start = {TP_STARTED, TP_ENDED};
+    const std::vector<u16> converse = {TP_STARTED, ALLOCATE, SEND_DATA, CONFIRM, RECEIVE_AND_WAIT, DEALLOCATE, NEWS, TP_ENDED};
+    std::vector<u16> many(112, CONFIRM);  // more than the records that are kept for reuse
+    many.front() = TP_STARTED;
+    many.back() = TP_ENDED;
+    const auto attached = [](fault_run&) { setenv("APPC_ATTACH_ID", "0000000100000002", 1); };
+    const auto refused = [](fault_run& run) { run.node.answers_once(TP_STARTED, {NODE_REFUSES.primary}); };
+    const auto lost = [](fault_run& run) {
+        run.node.stays_silent(SET_TP_PROPERTIES);
+        run.node.while_asleep([&run] { run.node.loses_path(run.node.last(TP_STARTED).path); });
+        run.node.while_asleep([&run] { run.node.answer(run.node.last(SET_TP_PROPERTIES)); });
+    };
+    // clang-format off
+    return {
+        {"start", appc, 14, start},
+        {"start_async", appc_async, 12, start},
+        {"start_without_user_name", appc, 14, start, {}, [](fault_run& run) { run.node.user_name.reset(); }},
+        {"start_on_second_node", appc, 16, start, {NODE_REFUSES}, refused},
+        {"start_again_on_second_node", appc, 16, start, {rc(PARAMETER_CHECK, SEC_NODE_NOT_FOUND)}, lost},
+        {"conversation", appc, 24, converse},
+        {"conversation_async", appc_async, 17, converse},
+        {"send_conversation", appc, 16, {TP_STARTED, SEND_CONVERSATION, TP_ENDED}},
+        {"post", appc, 16, {TP_STARTED, RECEIVE_AND_POST, TP_ENDED}},
+        {"accept", appc, 12, {RECEIVE_ALLOCATE, TP_ENDED}, {},
+         [](fault_run& run) { run.node.while_asleep([&run] { run.takes(CONVERSATION_COMES); }); }},
+        {"accept_async", appc_async, 10, {RECEIVE_ALLOCATE, CONVERSATION_COMES, TP_ENDED}},
+        {"accept_ex", appc_async, 10, {RECEIVE_ALLOCATE_EX, CONVERSATION_COMES, TP_ENDED}},
+        {"accept_cpic", appc_async, 10, {RECEIVE_ALLOCATE_CPIC, CONVERSATION_COMES, TP_ENDED}},
+        {"attach", appc, 11, {RECEIVE_ALLOCATE, TP_ENDED}, {}, attached},
+        {"attach_async", appc_async, 9, {RECEIVE_ALLOCATE, TP_ENDED}, {}, attached},
+        {"cancel", appc_async, 10, {RECEIVE_ALLOCATE, CANCEL_CONV, WAIT_FAILS}, {rc(STATE_CHECK, SEC_ALLOCATE_FAILED)}},
+        {"cancel_as_it_comes", appc_async, 11, {RECEIVE_ALLOCATE, CANCEL_CONV, CONVERSATION_COMES}, {rc(OK)}},
+        {"registration", appc, 4, {REGISTER_CPIC_TP, UNREGISTER_CPIC_TP}},
+        {"many", appc_async, 230, many},
+    };
+    // clang-format on
+}
+
+// clang-format off
+// What can fail, in order, and what becomes of the verbs.
+struct course { std::vector<std::string_view> calls; std::vector<outcome> codes; };
+// clang-format on
+
+course play(const scenario& played, fault_run& run)
+{
+    played.prepare(run);
+    for (const u16 step : played.script)
+        run.takes(step);
+    course seen{{}, run.finish()};
+    for (const std::string_view call : run.node.calls)
+        if (std::ranges::count(operations, call, &fallible::name) != 0)
+            seen.calls.push_back(call);
+    return seen;
+}
+
+course play_soundly(const scenario& played)
+{
+    fault_run run(played.through);
+    const course sound = play(played, run);
+    EXPECT_GE(sound.calls.size(), played.least_calls) << "the scenario does less than it should";
+    for (const outcome& codes : sound.codes)
+        EXPECT_TRUE(codes.primary == OK || codes.primary == CANCELLED) << codes;
+    return sound;
+}
+
+void play_point(const scenario& played, const course& sound, u32 number, bool from_then_on)
+{
+    std::vector<outcome> allowed = played.own;
+    fault_run run(played.through);
+    for (const auto& [name, operation, told] : operations) {
+        if (!from_then_on && name != sound.calls[number])
+            continue;
+        const auto before = std::count(sound.calls.begin(), sound.calls.begin() + static_cast<i32>(number), name);
+        run.node.refuse(operation, static_cast<u32>(before) + 1, from_then_on, STATUS);
+        allowed.push_back(told);
+    }
+    const std::vector<outcome> all = play(played, run).codes;
+    if (run.running.id.empty())
+        allowed.push_back(rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
+    EXPECT_NE(run.node.refused(), 0u) << "nothing failed";
+    for (size_t i = 0; i < all.size(); ++i)
+        EXPECT_TRUE(all[i] == sound.codes[i] || std::ranges::count(allowed, all[i]) != 0) << "verb " << i << ": " << all[i];
+    // An attach response that is not sent concerns no verb.
+    EXPECT_TRUE(all != sound.codes || sound.calls[number] == "vpm_send_datagram") << "no verb tells of the fault";
+}
+
+}  // namespace
+
+TEST(fault_sweep, completes_every_verb_once_and_leaves_nothing)
+{
+    const char* const wanted = std::getenv("TESSALY_FAULT_POINT");
+    u32 played = 0;
+    for (const scenario& each : scenarios()) {
+        const course sound = play_soundly(each);
+        for (u32 number = 0; number < sound.calls.size() * 2; ++number) {
+            const std::string point = std::string(each.name) + "/" + std::to_string(number / 2 + 1) + (number % 2 ? "/on" : "/once");
+            if (wanted != nullptr && point != wanted)
+                continue;
+            SCOPED_TRACE("TESSALY_FAULT_POINT=" + point + " bin/tests/library_tests --gtest_filter='fault_sweep.*'");
+            play_point(each, sound, number / 2, number % 2 != 0);
+            EXPECT_EQ(play_soundly({"healthy", entry::appc, 14, {TP_STARTED, TP_ENDED}}).codes, (std::vector{rc(OK), rc(OK)}));
+            ++played;
+        }
+        RecordProperty(each.name, static_cast<int>(sound.calls.size() * 2));
+        std::cout << each.name << ": " << sound.calls.size() * 2 << " points\n";
+    }
+    EXPECT_NE(played, 0u) << "there is no such point";
+}
+
+}  // namespace tessaly::test
