@@ -26,7 +26,8 @@ TEST_F(Ending, reaches_the_partner_whatever_it_does)
         play("b get => waits | a " + how + " | b then" + learns);
         play("a send unread | b " + how + " | a send x" + learns);
         if (each.takes_waiting_verbs_along)
-            play("b get => waits | b test-post => waits | b x-wait => waits | b " + how + " | b then => waits | a send x" + learns);
+            play("b get => waits | b test-post => waits | b x-wait => waits | b " + how +
+                 " | b then => waits | a send x" + learns);
     }
 }
 

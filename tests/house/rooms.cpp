@@ -2,52 +2,47 @@
 #include "rules.h"
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
-#include <optional>
+#include <regex>
 #include <set>
 
 namespace house {
 
 namespace {
 
-using place_list = std::array<std::string_view, 12>;
-
 struct room {
-    std::string_view place;
-    place_list sees;  // besides itself
+    std::string place;
+    std::string sees;  // besides itself
 };
+
+const std::string ground = "include runtime common wire verbs ";
+const std::string below_v6 = ground + "names vsvig ";
 
 // clang-format off
 // From the ground up. The innermost place that a file lies in is its room.
-constexpr room rooms[] = {
-    {"include",           {}},
-    {"runtime",           {"include"}},
-    {"common",            {"include", "runtime"}},
-    {"wire",              {"include", "runtime", "common"}},
-    {"verbs",             {"include", "runtime", "common", "wire"}},
-    {"names",             {"include", "runtime", "common", "wire", "verbs"}},
-    {"vsvig",             {"include", "runtime", "common", "wire", "verbs", "names"}},
-    {"vtpsrv",            {"include", "runtime", "common", "wire", "verbs", "names", "vsvig"}},
-    {"v6/records",        {"include", "runtime", "common", "wire", "verbs", "names", "vsvig"}},
-    {"v6/vav3264",        {"include", "runtime", "common", "wire", "verbs", "names", "vsvig", "v6/records"}},
-    {"v6/vav",            {"include", "runtime", "common", "wire", "verbs", "names", "vsvig", "v6/records", "v6/vav3264",
-                           "v6/vavsub"}},
-    {"v6/vavsub",         {"include", "runtime", "common", "wire", "verbs", "names", "vsvig", "v6/records", "v6/vav3264",
-                           "v6/vav"}},
+const room rooms[] = {
+    {"include",           ""},
+    {"runtime",           "include"},
+    {"common",            "include runtime"},
+    {"wire",              "include runtime common"},
+    {"verbs",             "include runtime common wire"},
+    {"names",             ground},
+    {"vsvig",             ground + "names"},
+    {"vtpsrv",            below_v6},
+    {"v6/records",        below_v6},
+    {"v6/vav3264",        below_v6 + "v6/records"},
+    {"v6/vav",            below_v6 + "v6/records v6/vav3264 v6/vavsub"},
+    {"v6/vavsub",         below_v6 + "v6/records v6/vav3264 v6/vav"},
     // The one door through which the verb library reaches the TP server.
-    {"v6/vav/entry",      {"include", "runtime", "common", "wire", "verbs", "names", "vsvig", "v6/records", "v6/vav3264",
-                           "v6/vav", "v6/vavsub", "vtpsrv"}},
-    {"localnode/engine",  {"include", "runtime", "common", "wire", "verbs"}},
-    {"localnode/runtime", {"include", "runtime", "common", "wire", "verbs", "localnode/engine"}},
-    {"localnode/daemon",  {"include", "runtime", "common", "wire", "verbs", "localnode/engine", "localnode/runtime"}},
-    {"tools",             {"include", "verbs", "localnode/daemon/status_protocol"}},
-    {"examples",          {"include"}},
+    {"v6/vav/entry",      below_v6 + "v6/records v6/vav3264 v6/vav v6/vavsub vtpsrv"},
+    {"localnode/engine",  ground},
+    {"localnode/runtime", ground + "localnode/engine"},
+    {"localnode/daemon",  ground + "localnode/engine localnode/runtime"},
+    {"tools",             "include verbs localnode/daemon/status_protocol"},
+    {"examples",          "include"},
+    // These look into every room, and no room of the product looks into them.
+    {"tests", "*"}, {"bench", "*"}, {"fuzz", "*"},
 };
 // clang-format on
-
-// These look into every room, and no room of the product looks into them.
-constexpr std::string_view free_rooms[] = {"tests", "bench", "fuzz"};
 
 const room* room_of(std::string_view path)
 {
@@ -58,85 +53,42 @@ const room* room_of(std::string_view path)
     return innermost;
 }
 
-bool is_free(std::string_view path)
+bool may_include(const room& from, const std::string& target)
 {
-    return std::any_of(std::begin(free_rooms), std::end(free_rooms),
-                       [&](auto place) { return is_within(path, place); });
+    if (from.sees == "*" || is_within(target, from.place))
+        return true;
+    const std::regex word("\\S+");
+    return std::any_of(std::sregex_iterator(from.sees.begin(), from.sees.end(), word), std::sregex_iterator(),
+                       [&](const std::smatch& place) { return is_within(target, place.str()); });
 }
 
-struct include_target {
-    std::string name;
-    bool quoted;
-};
-
-std::optional<include_target> include_on(std::string_view code)
+// The file of the tree that the compiler will find, as a path from the root; empty for a header of the system.
+std::string resolve(const source_tree& tree, const source_file& from, const std::string& name, bool quoted)
 {
-    if (!is_include(code))
-        return {};
-    const std::size_t open = code.find_first_of("\"<");
-    const std::size_t close = code.find_first_of("\">", open + 1);
-    if (open == std::string_view::npos || close == std::string_view::npos)
-        return {};
-    return include_target{std::string(code.substr(open + 1, close - open - 1)), code[open] == '"'};
-}
-
-// The file of the tree that the compiler will find, as a path from the root; none for a header of the system.
-std::optional<std::string> resolve(const source_tree& tree, const source_file& from, const include_target& target)
-{
-    const auto folder = std::filesystem::path(from.path).parent_path();
-    const std::string candidates[] = {target.quoted ? (folder / target.name).lexically_normal().generic_string() : "",
-                                      target.name, "include/" + target.name};
-    for (const std::string& candidate : candidates)
+    const auto beside = (std::filesystem::path(from.path).parent_path() / name).lexically_normal().generic_string();
+    for (const std::string& candidate : {quoted ? beside : "", name, "include/" + name})
         if (tree.has(candidate))
             return candidate;
-    return {};
-}
-
-bool may_include(const room& from, std::string_view target)
-{
-    const auto sees = [&](std::string_view place) { return !place.empty() && is_within(target, place); };
-    return sees(from.place) || std::any_of(from.sees.begin(), from.sees.end(), sees);
-}
-
-std::string_view folder_of(std::string_view path, std::size_t from)
-{
-    return path.substr(0, path.find('/', from));
-}
-
-// A README.md in the room itself, or one in the folder of it that the file lies in.
-bool is_described(const source_tree& tree, std::string_view path)
-{
-    const std::string_view place = folder_of(path, 0);
-    const auto describes = [&](const std::string& readme) {
-        const std::string_view folder = std::string_view(readme).substr(0, readme.rfind('/'));
-        return folder == place || folder == folder_of(path, place.size() + 1);
-    };
-    return std::any_of(tree.readmes.begin(), tree.readmes.end(), describes);
+    return "";
 }
 
 }  // namespace
 
-bool is_within(std::string_view path, std::string_view place)
-{
-    return path.starts_with(place) &&
-           (path.size() == place.size() || path[place.size()] == '/' || path[place.size()] == '.');
-}
-
 findings check_include_order(const source_tree& tree)
 {
+    const std::regex include(R"re(#include\s*(["<])([^">]+)[">])re");
     findings found;
     for (const source_file& file : tree.files) {
         const room* from = room_of(file.path);
-        for (std::size_t line = 0; line < file.lines.size(); ++line) {
-            const auto target = include_on(file.lines[line].code);
-            if (!target)
+        for (std::size_t line = 0; line < file.code.size(); ++line) {
+            std::smatch target;
+            if (!is_include(file.code[line]) || !std::regex_search(file.code[line], target, include))
                 continue;
-            const auto path = resolve(tree, file, *target);
-            if (!path && target->quoted)
-                found.push_back(
-                    {file.path, line + 1, "\"" + target->name + "\" is no file of the tree; <> is for the system's"});
-            if (path && from && !may_include(*from, *path))
-                found.push_back({file.path, line + 1, std::string(from->place) + " may not include " + *path});
+            const std::string path = resolve(tree, file, target[2], target[1] == "\"");
+            if (path.empty() && target[1] == "\"")
+                found.push_back(finding(file, line, target[2].str() + " is no file of the tree; <> is for the system's"));
+            if (!path.empty() && from && !may_include(*from, path))
+                found.push_back(finding(file, line, from->place + " may not include " + path));
         }
     }
     return found;
@@ -145,12 +97,17 @@ findings check_include_order(const source_tree& tree)
 findings check_rooms(const source_tree& tree)
 {
     findings found;
-    std::set<std::string_view> undescribed;
+    std::set<std::string> undescribed;
     for (const source_file& file : tree.files) {
-        if (!room_of(file.path) && !is_free(file.path))
-            found.push_back({file.path, 0, "lies in no room of the house plan"});
-        if (!is_described(tree, file.path) && undescribed.insert(folder_of(file.path, 0)).second)
-            found.push_back({file.path, 0, "its room has no README.md"});
+        // A README.md in the room itself, or one in the folder of it that the file lies in.
+        const std::size_t first = file.path.find('/');
+        const std::string place = file.path.substr(0, first);
+        const std::string folder = file.path.substr(0, file.path.find('/', std::min(first, file.path.size() - 1) + 1));
+        const auto has_readme = [&](const std::string& in) { return std::ranges::count(tree.readmes, in + "/README.md") != 0; };
+        if (!room_of(file.path))
+            found.push_back(finding(file, 0, "lies in no room of the house plan"));
+        if (!has_readme(place) && !has_readme(folder) && undescribed.insert(place).second)
+            found.push_back(finding(file, 0, "its room has no README.md"));
     }
     return found;
 }

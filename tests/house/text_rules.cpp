@@ -17,20 +17,18 @@ constexpr std::string_view may_be_long = "include/tessaly/appc.h";
 
 std::size_t columns(std::string_view utf8)
 {
-    return static_cast<std::size_t>(std::count_if(utf8.begin(), utf8.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+    return static_cast<std::size_t>(std::ranges::count_if(utf8, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-// The values that the public headers name as opcodes.
-std::set<unsigned long> named_opcodes(const source_tree& tree)
+// Visits every match of a pattern with a number, in code of files that the place test wants.
+template <typename Wanted, typename Visit>
+void for_each_number(const source_tree& tree, const std::regex& pattern, Wanted wanted, Visit visit)
 {
-    static const std::regex definition(R"(^\s*#\s*define\s+\w+_OP_\w+\s+(0[xX][0-9a-fA-F]+))");
-    std::set<unsigned long> opcodes;
     for (const source_file& file : tree.files)
-        for (const source_line& line : file.lines)
-            if (std::smatch match;
-                is_within(file.path, "include/tessaly") && std::regex_search(line.code, match, definition))
-                opcodes.insert(std::stoul(match[1], nullptr, 16));
-    return opcodes;
+        for (std::size_t line = 0; wanted(file.path) && line < file.code.size(); ++line)
+            if (std::smatch match; file.code[line].find("0x") != std::string::npos &&
+                                   std::regex_search(file.code[line], match, pattern))
+                visit(file, line, std::stoul(match[1], nullptr, 16));
 }
 
 }  // namespace
@@ -39,16 +37,13 @@ findings check_shape(const source_tree& tree)
 {
     findings found;
     for (const source_file& file : tree.files) {
-        if (file.lines.size() > max_lines && file.path != may_be_long)
-            found.push_back(
-                {file.path, file.lines.size(), "a file has at most " + std::to_string(max_lines) + " lines"});
-        for (std::size_t line = 0; line < file.lines.size(); ++line) {
-            const std::string& text = file.lines[line].text;
-            if (columns(text) > max_columns)
-                found.push_back(
-                    {file.path, line + 1, "a line has at most " + std::to_string(max_columns) + " columns"});
-            if (text.find('\t') != std::string::npos)
-                found.push_back({file.path, line + 1, "sources are indented with blanks, not tabs"});
+        if (file.text.size() > max_lines && file.path != may_be_long)
+            found.push_back(finding(file, max_lines, "a file has at most 450 lines"));
+        for (std::size_t line = 0; line < file.text.size(); ++line) {
+            if (columns(file.text[line]) > max_columns)
+                found.push_back(finding(file, line, "a line has at most 130 columns"));
+            if (file.text[line].find('\t') != std::string::npos)
+                found.push_back(finding(file, line, "sources are indented with blanks, not tabs"));
         }
     }
     return found;
@@ -57,20 +52,17 @@ findings check_shape(const source_tree& tree)
 findings check_opcode_literals(const source_tree& tree)
 {
     // Only where the line itself speaks of an opcode; offsets and return codes share the same numbers.
-    static const std::regex compared(R"((?:\.opcode\s*=|opcode\w*\s*[=!]=)\s*(0[xX][0-9a-fA-F]+))", std::regex::icase);
-    const std::set<unsigned long> opcodes = named_opcodes(tree);
-
+    static const std::regex definition(R"(^\s*#\s*define\s+\w+_OP_\w+\s+(0x[0-9a-fA-F]+))");
+    static const std::regex compared(R"((?:\.opcode\s*=|opcode\w*\s*[=!]=)\s*(0x[0-9a-f]+))", std::regex::icase);
     findings found;
-    for (const source_file& file : tree.files) {
-        if (is_within(file.path, "include") || is_within(file.path, "tests"))
-            continue;
-        for (std::size_t line = 0; line < file.lines.size(); ++line) {
-            std::smatch match;
-            if (std::regex_search(file.lines[line].code, match, compared) &&
-                opcodes.contains(std::stoul(match[1], nullptr, 16)))
-                found.push_back({file.path, line + 1, match[1].str() + ": an opcode is called by its name"});
-        }
-    }
+    std::set<unsigned long> named;
+    for_each_number(tree, definition, [](auto& path) { return is_within(path, "include/tessaly"); },
+                    [&](auto&, std::size_t, unsigned long number) { named.insert(number); });
+    for_each_number(tree, compared, [](auto& path) { return !is_within(path, "include") && !is_within(path, "tests"); },
+                    [&](const source_file& file, std::size_t line, unsigned long number) {
+                        if (named.contains(number))
+                            found.push_back(finding(file, line, "an opcode is called by its name"));
+                    });
     return found;
 }
 

@@ -1,86 +1,68 @@
 #include "tests/support/published_layouts.h"
 
-#include <algorithm>
-#include <cstring>
-
 namespace tessaly::test {
-
-namespace {
-
-const published_format& format_of(const bytes& block)
-{
-    static constexpr published_format plain{};
-    const u16 opcode = static_cast<u16>(block[0] | block[1] << 8);
-    const u8 format = block[3];
-    const published_verb* verb = published(opcode);
-    return verb != nullptr && format < 2 ? verb->format[format] : plain;
-}
-
-// Walks both layouts side by side and reports each run of bytes that they share.
-template <typename Run>
-void for_each_run(const published_format& format, u32 caller_bytes, Run run)
-{
-    u32 caller = 0;
-    u32 node = 0;
-    for (const u32 pointer : {format.pointer_1, format.pointer_2}) {
-        if (pointer == 0)
-            continue;
-        run(caller, node, pointer - caller);
-        node += pointer - caller;
-        node = (node + 7) / 8 * 8 + 8;
-        caller = pointer + 4;
-    }
-    run(caller, node, caller_bytes - caller);
-}
-
-}  // namespace
 
 const published_verb* published(u16 opcode)
 {
-    const auto found = std::find_if(std::begin(published_verbs), std::end(published_verbs),
-                                    [opcode](const published_verb& verb) { return verb.opcode == opcode; });
+    const auto found = std::ranges::find(published_verbs, opcode, &published_verb::opcode);
     return found == std::end(published_verbs) ? nullptr : found;
 }
 
-bytes in_node_layout(const bytes& block)
+bytes converted(const bytes& block, layout to)
 {
-    const published_format& format = format_of(block);
-    if (format.pointer_1 == 0)
+    const published_verb* verb = published(load<u16>(block.data(), 0));
+    if (verb == nullptr || block[3] > 1 || verb->format[block[3]].pointer_1 == 0)
         return block;
-    bytes wide(format.node_length, 0);
-    for_each_run(format, format.length, [&](u32 caller, u32 node, u32 count) {
-        std::memcpy(wide.data() + node, block.data() + caller, count);
-    });
-    return wide;
+    const published_format& format = verb->format[block[3]];
+    bytes result(to == layout::node ? format.node_length : format.length);
+    u32 caller = 0;
+    u32 node = 0;
+    for (const u32 end : {format.pointer_1, format.pointer_2, format.length}) {
+        if (end == 0)
+            continue;
+        for (; caller < end; ++caller, ++node)  // what lies between the pointers is the same in both
+            result[to == layout::node ? node : caller] = block[to == layout::node ? caller : node];
+        caller += 4;
+        node = (node + 7) / 8 * 8 + 8;
+    }
+    return result;
 }
 
-bytes in_caller_layout(const bytes& block)
+bytes ebcdic(const std::string& text, u32 width)
 {
-    const published_format& format = format_of(block);
-    if (format.pointer_1 == 0)
-        return block;
-    bytes narrow(format.length, 0);
-    for_each_run(format, format.length, [&](u32 caller, u32 node, u32 count) {
-        std::memcpy(narrow.data() + caller, block.data() + node, count);
-    });
-    return narrow;
-}
-
-bytes ebcdic(const char* text, u32 width)
-{
-    static const char ascii[] = " .%_-/$#@0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-    static const u8 codes[] = {
-        0x40, 0x4B, 0x6C, 0x6D, 0x60, 0x61, 0x5B, 0x7B, 0x7C, 0xF0, 0xF1, 0xF2, 0xF3, 0xF4, 0xF5, 0xF6, 0xF7, 0xF8,
-        0xF9, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7, 0xD8,
-        0xD9, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0x81, 0x82, 0x83, 0x84, 0x85, 0x86, 0x87, 0x88, 0x89,
-        0x91, 0x92, 0x93, 0x94, 0x95, 0x96, 0x97, 0x98, 0x99, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9,
+    // clang-format off
+    static constexpr struct { char first, last; u8 code; } runs[] = {
+        {'\0', '\0', 0}, {' ', ' ', 0x40}, {'.', '.', 0x4B}, {'-', '-', 0x60}, {'%', '%', 0x6C}, {'_', '_', 0x6D},
+        {'0', '9', 0xF0}, {'A', 'I', 0xC1}, {'J', 'R', 0xD1}, {'S', 'Z', 0xE2},
+        {'a', 'i', 0x81}, {'j', 'r', 0x91}, {'s', 'z', 0xA2},
     };
-    static_assert(sizeof codes == sizeof ascii - 1);
+    // clang-format on
     bytes name;
-    for (; *text != '\0'; ++text)
-        name.push_back(codes[std::strchr(ascii, *text) - ascii]);
-    name.resize(std::max<u32>(width, static_cast<u32>(name.size())), 0x40);
+    for (const char c : text)
+        for (const auto& run : runs)
+            if (c >= run.first && c <= run.last)
+                name.push_back(static_cast<u8>(run.code + (c - run.first)));
+    name.resize(std::max<size_t>(width, name.size()), 0x40);
     return name;
+}
+
+bytes as_bytes(const void* start, size_t count)
+{
+    const u8* first = static_cast<const u8*>(start);
+    return {first, first + count};
+}
+
+bytes words(std::initializer_list<u32> values)
+{
+    return as_bytes(values.begin(), values.size() * 4);
+}
+
+bytes joined(std::initializer_list<bytes> parts)
+{
+    bytes all;
+    for (const bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
 }  // namespace tessaly::test
