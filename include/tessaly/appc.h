@@ -429,7 +429,7 @@ typedef struct appc_allocate {
     appc_u8 reserved_178[10];
 } appc_allocate;
 
-/* SEND_CONVERSATION: allocate, send one record, deallocate, in one verb; without sync level. Basic: one or more whole records. */
+/* SEND_CONVERSATION: allocate, send one record, deallocate, in one verb; without sync level. Basic: whole records. */
 typedef struct appc_send_conversation {
     APPC_TP_HEADER;
     appc_u32 reserved_20;
@@ -468,8 +468,8 @@ typedef struct appc_send_data {
     appc_u8 reserved_33[11];
 } appc_send_data;
 
-/* SEND_EXPEDITED_DATA: 1 to 86 bytes past the ordinary flow, in any state. Waits while the partner has yet to receive what was
- * sent so before. */
+/* SEND_EXPEDITED_DATA: 1 to 86 bytes past the ordinary flow, in any state. Waits while the partner has yet to
+ * receive what was sent so before. */
 typedef struct appc_send_expedited_data {
     APPC_CONVERSATION_HEADER;
     appc_u8 rts_rcvd;                /*  24  out */

@@ -1,5 +1,5 @@
-// A block on its way in and out: copied and brought into the other layout in one go. Blocks with two pointers, which are rare, go
-// the long way of verbs/layout_64.
+// A block on its way in and out: copied and brought into the other layout in one go. Blocks with two pointers, which are rare,
+// go the long way of verbs/layout_64.
 #pragma once
 
 #include "common/copy_block.h"

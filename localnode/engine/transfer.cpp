@@ -201,6 +201,7 @@ bool pass_error_on(node& n, conv_side& to, u16 code)
         answer_waiter(n, to, {});
     if (!to.inbound.push(record_queue::kind::error, content))
         return false;
+    to.behind = indication::none;  // a turn that has not been taken yet goes back with the error
     if (to.waiting == waits_for::data)
         serve_receiver(n, to);
     return true;

@@ -5,7 +5,7 @@
 
 namespace tessaly::node {
 
-// Passes a mapped record (if there is one) and what a verb indicates to the side that receives. The side may be over afterwards.
+// Passes a mapped record (if there is one) and what a verb indicates to the side that receives, which may be over afterwards.
 // False when there is no memory to keep the record, which ends the conversation.
 bool pass_on(node& n, conv_side& to, const std::span<const u8>* record, indication behind, return_codes ending);
 

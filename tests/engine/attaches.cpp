@@ -37,6 +37,16 @@ void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
     w.datagram(client, datagram);
 }
 
+// An attach that is offered to b; c waits for the next.
+class Offer : public EngineTest {
+protected:
+    program b = announce(w, "ECHO", 2);
+    program c = announce(w, "ECHO", 3);
+    program a = start_tp(w);
+    u32 conv = converse_with(a, "ECHO");
+    u32 to_b = offered_to(b);
+};
+
 TEST_F(Attach, waits_with_its_data_for_a_later_receive_allocate)
 {
     program a = start_tp(w);
@@ -98,24 +108,9 @@ TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
     accept(c);
 }
 
-TEST_F(Attach, comes_to_those_who_wait_in_their_order)
+TEST_F(Offer, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
 {
-    program waiting[] = {announce(w, "ECHO", 2), announce(w, "ECHO", 3)};
-    program a = start_tp(w);
-    for (program& next : waiting) {
-        converse_with(a, "ECHO");
-        accept(next);
-    }
-}
-
-TEST_F(Attach, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
-{
-    program b = announce(w, "ECHO", 2);
-    program c = announce(w, "ECHO", 3);
-    program a = start_tp(w);
-    const u32 conv = converse_with(a, "ECHO");
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("for whom")), rc{});
-    const u32 to_b = offered_to(b);
     respond(b, to_b, ATTACH_REFUSED);
     const u32 to_c = offered_to(c);
     EXPECT_TRUE(to_c != 0 && to_c != to_b);
@@ -127,13 +122,9 @@ TEST_F(Attach, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID}));
 }
 
-TEST_F(Attach, refused_on_its_open_path_loses_nothing_that_was_sent)
+TEST_F(Offer, refused_on_its_open_path_loses_nothing_that_was_sent)
 {
-    program b = announce(w, "ECHO", 2);
-    program c = announce(w, "ECHO", 3);
-    program a = start_tp(w);
-    EXPECT_EQ(a.codes(send_data(converse_with(a, "ECHO")), as_bytes("kept")), rc{});
-    const u32 to_b = offered_to(b);
+    EXPECT_EQ(a.codes(send_data(conv), as_bytes("kept")), rc{});
     b.open();
     EXPECT_EQ(b.codes(taking(to_b)), rc{});
     b.close();  // the application cancelled before the answer arrived
@@ -142,11 +133,31 @@ TEST_F(Attach, refused_on_its_open_path_loses_nothing_that_was_sent)
     expect_told(c, receive(c.conv), {"kept"});
 }
 
+TEST_F(Offer, to_a_client_that_goes_is_made_to_the_next)
+{
+    w.client_gone(2);
+    accept(c);
+}
+
+TEST_F(Offer, named_late_or_by_the_wrong_tp_is_not_given)
+{
+    program thief{w, 3};
+    thief.open();
+    EXPECT_EQ(thief.codes(taking(to_b)), NOT_GIVEN);
+    w.time(*w.node.deadline_ms());
+    b.open();
+    EXPECT_EQ(b.codes(taking(to_b)), NOT_GIVEN);
+    EXPECT_EQ(a.codes(confirm(conv)), NOT_AVAILABLE);
+    converse_with(a, "ECHO");
+    accept(c);  // in the order in which they came, c is next
+}
+
 TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
 {
     w.time(1000);
     program a = start_tp(w);
-    EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
+    EXPECT_NE(converse(w).at_b, 0u);
+    EXPECT_EQ(w.node.deadline_ms(), std::nullopt) << "what is taken has no limit";
     const u32 silent = converse_with(a, "NOBODY");
     w.time(1500);
     const u32 asked = a.issue(confirm(converse_with(a, "NOBODY")));
@@ -161,29 +172,6 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     EXPECT_EQ(outcome_of(a, asked), NOT_AVAILABLE);
     EXPECT_EQ(outcome_of(a, received), NOT_AVAILABLE);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
-}
-
-TEST_F(Attach, taken_in_time_outlives_the_limit)
-{
-    auto [a, b, at_a, at_b] = converse(w);
-    w.time(1'000'000);
-    EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
-    expect_flows(a, at_a, b, at_b);
-}
-
-TEST_F(Attach, named_late_or_by_the_wrong_tp_is_not_given)
-{
-    program b = announce(w, "ECHO", 2);
-    program thief{w, 3};
-    thief.open();
-    program a = start_tp(w);
-    const u32 conv = converse_with(a, "ECHO");
-    const u32 to_b = offered_to(b);
-    EXPECT_EQ(thief.codes(taking(to_b)), NOT_GIVEN);
-    w.time(*w.node.deadline_ms());
-    b.open();
-    EXPECT_EQ(b.codes(taking(to_b)), NOT_GIVEN);
-    EXPECT_EQ(a.codes(confirm(conv)), NOT_AVAILABLE);
 }
 
 TEST_F(Attach, announcements_are_withdrawn_unless_matched)

@@ -37,6 +37,9 @@ constexpr const char* mapped[] = {
     "b get => waits | b error | b then => 2100 | a send x => e00",
     // an error about data and turn received
     "a send.3 x | b get-all => x<send> | b error | a get => e00",
+    // an error takes back a turn that has not been taken
+    "a send x | a turn | a error | b get => x | b get => e00 | a send y | b get => y | b get => waits | a turn"
+    " | b then => <send>",
     // an error about data to be sent
     "a send.3 x | b get-all => x<send> | b error-out | a get => c00",
     // an error meets the end

@@ -2,6 +2,7 @@
 #include "tests/engine/scripts.h"
 
 #include <cstring>
+#include <map>
 
 namespace tessaly::node::playing {
 namespace {
@@ -70,13 +71,6 @@ TEST_F(Properties, of_a_tp_are_kept_and_given_back)
     EXPECT_EQ(a.codes(tp_ended()), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
 }
 
-// clang-format off
-const struct {
-    u8 security;
-    const char* user_told;
-} securities[] = {{APPC_SECURITY_NONE, ""}, {APPC_SECURITY_SAME, "MAX"}, {APPC_SECURITY_PGM, "EVA"}};
-// clang-format on
-
 std::string names_in(const appc_receive_allocate& block)
 {
     std::string all;
@@ -88,12 +82,13 @@ std::string names_in(const appc_receive_allocate& block)
 
 TEST_F(Properties, of_an_attach_reach_the_accepting_side_without_the_password)
 {
-    for (const auto& each : securities) {
+    const std::map<u8, std::string> users{{APPC_SECURITY_NONE, ""}, {APPC_SECURITY_SAME, "MAX"}, {APPC_SECURITY_PGM, "EVA"}};
+    for (const auto& [security, user_told] : users) {
         program b = announce(w, "ECHO");
         program a = start_tp(w);
         EXPECT_EQ(a.codes(user_is("MAX")), rc{});
         appc_allocate verb = allocate("ECHO");
-        verb.security = each.security;
+        verb.security = security;
         name(verb.user_id, "EVA");
         name(verb.pwd, "SECRET");
         const auto allocated = a.run(verb, as_bytes("some PIP data"));
@@ -101,8 +96,8 @@ TEST_F(Properties, of_an_attach_reach_the_accepting_side_without_the_password)
         ASSERT_TRUE(taken);
         EXPECT_EQ(names_in(taken->block), "ECHO INTER TESSALY.LOCAL TESSALY.SERVER LOCAL   SERVER  ");
         EXPECT_TRUE(taken->block.sync_level == APPC_SYNC_CONFIRM && taken->block.conv_type == APPC_MAPPED);
-        EXPECT_EQ(playing::text_of(taken->block.user_id), each.user_told);
-        EXPECT_EQ(playing::text_of(properties_of(b, 0).user_id), each.user_told);
+        EXPECT_EQ(playing::text_of(taken->block.user_id), user_told);
+        EXPECT_EQ(playing::text_of(properties_of(b, 0).user_id), user_told);
         EXPECT_EQ(taken->block.pip_incoming, 1);
         EXPECT_EQ(taken->block.pip_dlen, 13);
         EXPECT_EQ(taken->block.conv_group_id, allocated.block.conv_group_id);

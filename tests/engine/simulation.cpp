@@ -7,7 +7,7 @@ namespace tessaly::node::playing {
 
 namespace {
 
-constexpr const char* NAMES[] = {"ONE", "TWO", "", "FOUR"};
+constexpr const char* NAMES[] = {"ONE", "TWO", "", ""};
 constexpr u16 LENGTHS[] = {0, 1, 7, 100, 100, 0xFFFF, 0xFFFF, 0xFFFF};
 constexpr u16 INQUIRIES[] = {GET_TYPE, GET_STATE, GET_ATTRIBUTES, TEST_RTS, REQUEST_TO_SEND, FLUSH};
 
@@ -128,8 +128,13 @@ void simulation::take_offer(player& p)
     verb.opcode = RECEIVE_ALLOCATE;
     verb.conv_id = attach_corr;
     say(p, verb, {.opcode = RECEIVE_ALLOCATE});
-    if (p.now != phase::running || once_in(8))
+    if (p.now != phase::running)
         return;
+    if (once_in(5)) {  // not confirmed, and perhaps gone at once
+        if (once_in(2))
+            end_path(p, frame_kind::path_closed);
+        return;
+    }
     p.talks.front().first->taken = true;
     tell(p.client, attach_response_datagram{{16, DATAGRAM_ATTACH_RESPONSE}, ATTACH_TAKEN, attach_corr, NODE_ADDRESS});
 }
@@ -138,9 +143,9 @@ void simulation::allocate_one(player& p)
 {
     talks.push_back({.number = static_cast<u32>(talks.size()) + 1});
     talk& t = talks.back();
-    appc_allocate verb = allocate(NAMES[once_in(9) ? 3 : any(2)], static_cast<u8>(any(4) != 0));
+    appc_allocate verb = allocate(once_in(20) ? "NOBODY" : NAMES[any(2)], static_cast<u8>(any(4) != 0));
     verb.security = APPC_SECURITY_PGM;  // the user identifier tells the partner which talk this is
-    name(verb.user_id, std::to_string(t.number * TALK_FACTOR));
+    name(verb.user_id, std::to_string((TALK_BASE + t.number) * TALK_FACTOR));
     say(p, verb, {.opcode = ALLOCATE, .about = &t});
     t.checked = p.client != VANDAL && t.ends[0].of != nullptr;
 }
@@ -167,7 +172,6 @@ void simulation::converse(player& p)
     talk& t = *in;
     const u32 conv = t.ends[which].conv;
     issued verb{.about = &t, .which = which};
-    t.taken = t.taken || which == 1;  // who uses it has it
     const auto plainly = [&](u16 opcode) {
         verb.opcode = opcode;
         say(p, plain(opcode, conv), verb);
@@ -176,7 +180,8 @@ void simulation::converse(player& p)
         verb.opcode = opcode;
         say(p, receive(conv, LENGTHS[any(8)], static_cast<u8>(any(2)), opcode), verb);
     };
-    switch (any(21)) {
+    const u32 sensible = t.ends[which].asked ? 12 : t.ends[which].has_turn ? 0 : 5 + any(6);
+    switch (once_in(2) ? sensible : any(22)) {
     default: send_records(p, t, which); return;
     case 5:
     case 6:
@@ -220,6 +225,12 @@ void simulation::converse(player& p)
         return;
     }
     case 20: {
+        const talk& other = talks[any(static_cast<u32>(talks.size()))];
+        if (other.ends[0].of != &p && other.ends[1].of != &p)
+            say(p, deallocate(other.ends[any(2)].conv, APPC_DEALLOC_TYPE_ABEND), {.opcode = DEALLOCATE});
+        return;
+    }
+    case 21: {
         const bytes data(any(90), 0x55);
         auto beside = about<appc_send_expedited_data>(SEND_EXPEDITED_DATA, conv);
         beside.dlen = static_cast<u16>(data.size());
@@ -256,6 +267,8 @@ void simulation::say(player& p, Verb verb, issued of, std::span<const u8> data)
     verb_bytes message = p.compose(&verb, data);
     const u32 number = message.header.pend_handle;
     p.waiting[number] = of;
+    if (of.which == 1)
+        of.about->taken = true;  // who uses it has it
     if (p.client == VANDAL && once_in(6))
         spoil(message);
     note(p, "says", verb.opcode, of);
@@ -338,8 +351,12 @@ char simulation::drain(talk& t, u32 which)
         if (last.primary != STATE_CHECK)
             continue;
         say(*self.of, plain(FLUSH, self.conv), {FLUSH, 0, &t, which});
-        if (last.primary == OK || last.primary == STATE_CHECK)
-            return last.primary == OK ? 'S' : 'C';
+        if (last.primary == OK)
+            return 'S';
+        if (last.primary == STATE_CHECK && !t.ends[1 - which].over)
+            return 'C';
+        if (last.primary == STATE_CHECK)  // who asked is gone, which the answer tells
+            say(*self.of, plain(CONFIRMED, self.conv), {CONFIRMED, 0, &t, which});
     }
     return '?';
 }

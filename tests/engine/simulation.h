@@ -13,7 +13,8 @@ namespace tessaly::node::playing {
 inline constexpr client_id CLIENTS = 4;
 inline constexpr client_id VANDAL = 4;  // the client that also sends nonsense
 inline constexpr u32 PLAYERS_OF_EACH = 4;
-inline constexpr u32 TALK_FACTOR = 1009;  // a number of a talk times this prime: no spoilt one looks like another
+inline constexpr u32 TALK_BASE = 10'000;  // how a talk is named: no spoilt name, longer or shorter, is that of another
+inline constexpr u32 TALK_FACTOR = 1009;
 
 struct player;
 
@@ -22,6 +23,8 @@ struct talk_end {
     player* of = nullptr;
     u32 conv = 0;
     bool over = false;
+    bool has_turn = false;  // as far as it knows, for a choice of verbs that makes sense
+    bool asked = false;
     bool asked_to_end = false;
     std::set<u16> may_learn;  // endings for which the partner has given cause
     u32 sent = 0;             // records
@@ -70,8 +73,6 @@ public:
     u32 digest = 0;  // of all frames: equal seeds, equal frames
     u32 events = 0;
     std::string fault;
-    bool traced = false;
-    std::deque<std::string> story;  // when traced: the last that happened
 
     u8* add(client_id client, frame_kind kind, u32 path, u32 size) override;
 
