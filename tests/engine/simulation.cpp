@@ -247,10 +247,10 @@ void simulation::spoil(verb_bytes& message)
     auto* const header = reinterpret_cast<u8*>(&message.header);
     for (u32 times = 1 + any(3); times > 0; --times)
         switch (any(5)) {
-        case 0: header[any(sizeof message.header)] ^= static_cast<u8>(1u << any(8)); break;
+        case 0: header[any(u32{sizeof message.header})] ^= static_cast<u8>(1u << any(8)); break;
         case 1: message.block.resize(any(250)); break;
         case 2: message.data.resize(any(100)); break;
-        case 3: message.header.dest_corr = random(); break;
+        case 3: message.header.dest_corr = any(0xFFFFFFFF); break;
         default:
             if (!message.block.empty())
                 message.block[any(static_cast<u32>(message.block.size()))] ^= static_cast<u8>(1u << any(8));
@@ -282,7 +282,7 @@ template <typename Datagram>
 void simulation::tell(client_id client, Datagram content)
 {
     if (client == VANDAL && once_in(4))
-        reinterpret_cast<u8*>(&content)[any(sizeof content)] ^= static_cast<u8>(1u << any(8));
+        reinterpret_cast<u8*>(&content)[any(u32{sizeof content})] ^= static_cast<u8>(1u << any(8));
     datagram(client, content);
     look_at_frames();
 }

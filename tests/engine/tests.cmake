@@ -8,3 +8,11 @@ if(TARGET engine_exhaustive)
     target_compile_options(engine_exhaustive PRIVATE -O1)
     set_target_properties(engine_exhaustive PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)  # they are compiled without
 endif()
+
+# The picture of the state table in docs/.
+add_executable(state_table ${PROJECT_SOURCE_DIR}/tools/docs/state_table.cpp)
+set_target_properties(state_table PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+target_link_libraries(state_table PRIVATE tessaly_engine)
+add_test(NAME "docs/state table" COMMAND bash ${PROJECT_SOURCE_DIR}/tools/docs/compare.sh $<TARGET_FILE:state_table>
+    ${PROJECT_SOURCE_DIR}/docs)
+set_tests_properties("docs/state table" PROPERTIES LABELS docs TIMEOUT 60)

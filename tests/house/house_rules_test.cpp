@@ -18,17 +18,10 @@ TEST(HouseRules, hold_in_this_tree)
     EXPECT_EQ(check_opcode_literals(tree), findings{});
 }
 
-struct rule_case {
-    findings (*rule)(const source_tree&);
-    const char* path;
-    std::string content;
-    std::size_t broken;
-};
-
 TEST(HouseRules, find_what_breaks_them_and_nothing_else)
 {
     // clang-format off
-    const rule_case cases[] = {
+    const struct { findings (*rule)(const source_tree&); const char* path; std::string content; std::size_t wrong; } cases[] = {
         {check_include_order, "common/a.cpp", "#include \"list.h\"\n#include <vector>\n// #include \"v6/vav/entry.h\"", 0},
         {check_include_order, "common/a.cpp", "#include \"no_such.h\"\n#include \"verbs/codes.h\"", 2},
         {check_include_order, "common/a.cpp", " #include \"../verbs/codes.h\"\n#include \"common/list.h\" // \"verbs\"", 1},
@@ -56,7 +49,7 @@ TEST(HouseRules, find_what_breaks_them_and_nothing_else)
         {check_opcode_literals, "v6/vav/a.cpp", "if (v.opcode == 0x0102)\nif (v.rc == 0x0014)\nLAST_OPCODE = 0x0014;", 0},
     };
     // clang-format on
-    for (const rule_case& each : cases) {
+    for (const auto& each : cases) {
         source_tree tree;
         tree.readmes = {"common/README.md", "v6/vav/README.md", "include/README.md", "verbs/README.md", "vtpsrv/README.md"};
         for (const char* header : {"common/list.h", "verbs/codes.h", "v6/vav/entry.h", "vtpsrv/dispatch.h"})
@@ -64,7 +57,7 @@ TEST(HouseRules, find_what_breaks_them_and_nothing_else)
         tree.files.push_back(split_source("include/tessaly/appc.h", "#define APPC_OP_TP_STARTED 0x0014"));
         tree.files.push_back(split_source(each.path, each.content));
         const findings found = each.rule(tree);
-        EXPECT_EQ(found.size(), each.broken) << each.path << ": " << each.content << testing::PrintToString(found);
+        EXPECT_EQ(found.size(), each.wrong) << each.path << ": " << each.content << testing::PrintToString(found);
     }
 }
 

@@ -38,6 +38,7 @@ const room rooms[] = {
     {"localnode/runtime", ground + "localnode/engine"},
     {"localnode/daemon",  ground + "localnode/engine localnode/runtime"},
     {"tools",             "include verbs localnode/daemon/status_protocol"},
+    {"tools/docs",        "localnode/engine"},
     {"examples",          "include"},
     // These look into every room, and no room of the product looks into them.
     {"tests", "*"}, {"bench", "*"}, {"fuzz", "*"},

@@ -20,15 +20,22 @@ std::size_t columns(std::string_view utf8)
     return static_cast<std::size_t>(std::ranges::count_if(utf8, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-// Visits every match of a pattern with a number, in code of files that the place test wants.
-template <typename Wanted, typename Visit>
-void for_each_number(const source_tree& tree, const std::regex& pattern, Wanted wanted, Visit visit)
+struct number_in_code {
+    const source_file* file;
+    std::size_t line;
+    unsigned long value;
+};
+
+// The numbers that a pattern finds, its first group.
+std::vector<number_in_code> numbers_in(const source_tree& tree, const std::regex& pattern)
 {
+    std::vector<number_in_code> numbers;
+    std::smatch match;
     for (const source_file& file : tree.files)
-        for (std::size_t line = 0; wanted(file.path) && line < file.code.size(); ++line)
-            if (std::smatch match; file.code[line].find("0x") != std::string::npos &&
-                                   std::regex_search(file.code[line], match, pattern))
-                visit(file, line, std::stoul(match[1], nullptr, 16));
+        for (std::size_t line = 0; line < file.code.size(); ++line)
+            if (file.code[line].find("0x") != std::string::npos && std::regex_search(file.code[line], match, pattern))
+                numbers.push_back({&file, line, std::stoul(match[1], nullptr, 16)});
+    return numbers;
 }
 
 }  // namespace
@@ -54,15 +61,14 @@ findings check_opcode_literals(const source_tree& tree)
     // Only where the line itself speaks of an opcode; offsets and return codes share the same numbers.
     static const std::regex definition(R"(^\s*#\s*define\s+\w+_OP_\w+\s+(0x[0-9a-fA-F]+))");
     static const std::regex compared(R"((?:\.opcode\s*=|opcode\w*\s*[=!]=)\s*(0x[0-9a-f]+))", std::regex::icase);
-    findings found;
     std::set<unsigned long> named;
-    for_each_number(tree, definition, [](auto& path) { return is_within(path, "include/tessaly"); },
-                    [&](auto&, std::size_t, unsigned long number) { named.insert(number); });
-    for_each_number(tree, compared, [](auto& path) { return !is_within(path, "include") && !is_within(path, "tests"); },
-                    [&](const source_file& file, std::size_t line, unsigned long number) {
-                        if (named.contains(number))
-                            found.push_back(finding(file, line, "an opcode is called by its name"));
-                    });
+    for (const number_in_code& each : numbers_in(tree, definition))
+        if (is_within(each.file->path, "include/tessaly"))
+            named.insert(each.value);
+    findings found;
+    for (const number_in_code& each : numbers_in(tree, compared))
+        if (named.contains(each.value) && !is_within(each.file->path, "include") && !is_within(each.file->path, "tests"))
+            found.push_back(finding(*each.file, each.line, "an opcode is called by its name"));
     return found;
 }
 

@@ -40,7 +40,6 @@ TEST_F(cancelling, TP_ENDED_ends_all_verbs_of_the_tp_and_the_tp)
     EXPECT_EQ(receive.codes(), rc(CANCELLED, UNTOUCHED));
     EXPECT_EQ(ended.codes(), rc(OK));
     EXPECT_EQ(elsewhere.codes(), PENDING);
-    EXPECT_FALSE(node.paths.at(running.path).open);
     EXPECT_EQ(node.held().entries, 2u);
     EXPECT_EQ(node.logged(212), (log_record{'a', 0x20010009, 212, "ba", {}, {running.id}}));
     EXPECT_EQ(codes_of(running, TP_ENDED), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));

@@ -12,7 +12,8 @@ struct completing : running_tp_test {
         v.as<appc_receive>().max_len = sizeof buffer;
         v.as<appc_receive>().dptr = buffer;
         const u16 length = static_cast<u16>(std::strlen(text));
-        node.answers_once(opcode, {.fill = [length](u8* block) { store(block, 0x20, length); }, .data = as_bytes(text, length)});
+        const auto brings = [length](appc_receive& block) { block.dlen = length; };
+        node.answers_once(opcode, filled<appc_receive>(brings, as_bytes(text, length)));
         return v;
     }
 
@@ -76,6 +77,9 @@ TEST_F(completing, post_verbs_call_the_routine_of_their_block)
     node.answers(FLUSH);
     for (const u16 opcode : {RECEIVE_AND_POST, TEST_RTS_AND_POST}) {
         for (const auto entry : {APPC, appc_c1, static_cast<void (*)(void*)>(nullptr)}) {
+            verb& nameless = make_on(running, opcode, CONV_7);
+            EXPECT_EQ((entry != nullptr ? run(nameless, entry) : issue(nameless)).codes(),
+                      entry != nullptr ? rc(PARAMETER_CHECK, SEC_NO_POST_CALLBACK) : PENDING);
             verb& v = make_on(running, opcode, CONV_7);
             store(v.block(), opcode == RECEIVE_AND_POST ? 0x28 : 0x1C, post);
             rc in_routine{};
@@ -121,7 +125,7 @@ TEST_F(completing, the_routine_of_a_failed_start_finds_its_tp_gone)
         if (opcode == RECEIVE_ALLOCATE)
             v.as<appc_receive_allocate>().attach_id[0] = 1;
         v.on_call = [&] {
-            EXPECT_EQ(issue_on({v.calls[0].tp_id, 0, 0}, CONFIRM, CONV_7).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << opcode;
+            EXPECT_EQ(issue_on({v.calls[0].tp_id, 0, 0}, CONFIRM).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << opcode;
         };
         issue(v);
         node.deliver();

@@ -9,7 +9,7 @@ TEST_F(layouts, are_the_published_ones)
 {
     const auto check = [](u16 first, u16 count, const verb_data* data, const verb_pointers* pointers, const verb_sizes* sizes) {
         for (u32 index = 0; index < 2u * count; ++index) {
-            SCOPED_TRACE(::testing::Message() << "opcode 0x" << std::hex << first + index % count << " format " << index / count);
+            SCOPED_TRACE(::testing::Message() << "opcode " << first + index % count << " format " << index / count);
             const published_verb* row = published(static_cast<u16>(first + index % count));
             const published_format expected = row == nullptr ? published_format{} : row->format[index / count];
             EXPECT_EQ(data[index].length, expected.length);

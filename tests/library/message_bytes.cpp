@@ -59,7 +59,8 @@ TEST_F(message_bytes, most_blocks_travel_as_they_are_but_for_addresses)
             if (length == 0 || row.opcode >= 0xF100 || std::ranges::count(others, row.opcode) != 0)
                 continue;
             SCOPED_TRACE(::testing::Message() << "opcode 0x" << std::hex << row.opcode << " format " << u32{format});
-            running = start_tp();  // another one, for one of the verbs is TP_ENDED
+            // Another TP each time, for one of the verbs is TP_ENDED.
+            running = start_tp();
             const bool sends = pointer != 0 && pointer != 0x24;  // where receive verbs have their buffer
             verb& v = patterned(running, row.opcode, format);
             if (pointer != 0)

@@ -41,14 +41,4 @@ TEST_F(refusing, is_reported_in_the_block_and_sends_nothing)
     EXPECT_EQ(node.held(), before);
 }
 
-TEST_F(refusing, meets_post_verbs_that_name_no_routine_and_are_called_synchronously)
-{
-    const tp running = start_tp();
-    for (const u16 opcode : {RECEIVE_AND_POST, TEST_RTS_AND_POST}) {
-        for (const auto entry : {APPC, appc_c1})
-            EXPECT_EQ(run(make_on(running, opcode, CONV_7), entry).codes(), rc(PARAMETER_CHECK, SEC_NO_POST_CALLBACK));
-        EXPECT_EQ(issue_on(running, opcode, CONV_7).codes(), PENDING);
-    }
-}
-
 }  // namespace tessaly::test

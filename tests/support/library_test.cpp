@@ -143,7 +143,7 @@ void library_test::conversation_ready(u32 tp_handle, u32 status, const char* nam
     node.sends_datagram(joined({fields, ebcdic(name, 64)}));
 }
 
-void library_test::restart_with(const std::map<std::string, std::string>& files)
+void library_test::restart_with(const file_texts& files)
 {
     stop_library();
     std::filesystem::remove_all(directory);

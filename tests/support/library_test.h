@@ -32,6 +32,8 @@ inline constexpr u32 UNTOUCHED = 0x5EC0DA7E;  // what every block's secondary_rc
 inline constexpr u32 CORR = 0xC0FFEE, CONV_7 = 7, CONV_8 = 8;
 inline constexpr u32 ATTACH_ADDRESS = 0x0A0B0C0D, ATTACH_CORR = 0x00112233;
 
+using file_texts = std::map<std::string, std::string>;  // by name
+
 // clang-format off
 struct tp { bytes id; u32 handle, path; };
 // clang-format on
@@ -109,7 +111,7 @@ struct library_test : ::testing::Test {
 
     void stop_library() { node.reports(NODE_EVENT_TERMINATED); }
     // Stops it too: at its next start it finds these files next to the alias map, and no others.
-    void restart_with(const std::map<std::string, std::string>& files);
+    void restart_with(const file_texts& files);
 
     scripted_node node;
     std::deque<verb> verbs;

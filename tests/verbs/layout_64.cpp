@@ -1,6 +1,7 @@
 // The conversion between the two layouts of a block.
-#include "verbs/block.h"
 #include "verbs/layout_64.h"
+
+#include "verbs/block.h"
 
 #include <gtest/gtest.h>
 
@@ -34,7 +35,7 @@ TEST(layout_64, keeps_every_byte_but_the_pointers_in_both_directions)
         block[format.node_length] = 0xEE;  // not theirs
         EXPECT_EQ(widen_block(block.data(), format), format.node_length - format.length);
         for (const auto& [from, to, count] : each.runs)
-            EXPECT_TRUE(std::equal(caller.begin() + from, caller.begin() + from + count, block.begin() + to)) << "from " << from;
+            EXPECT_TRUE(std::equal(caller.begin() + from, caller.begin() + from + count, block.begin() + to)) << from;
         EXPECT_TRUE(format.pointer_1 == 0 || load<u32>(block.data(), format.pointer_1) == 0) << "what was a pointer is padding";
         EXPECT_EQ(narrow_block(block.data(), format), format.node_length - format.length);
         EXPECT_TRUE(std::equal(caller.begin(), caller.begin() + format.length, block.begin()));
