@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <latch>
 #include <thread>
 
 namespace tessaly {
@@ -92,13 +93,17 @@ TEST_F(Fork, inside_a_callback_is_told_at_the_first_verb_there)
 
 TEST_F(Fork, while_other_threads_sleep_and_deliver_leaves_a_child_that_works)
 {
+    constexpr int THREADS = 3;
     std::atomic<bool> stop{false};
+    std::latch started{THREADS};
     std::vector<std::thread> busy;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < THREADS; ++i)
         busy.emplace_back([&] {
-            for (const u32 path = open_path(); !stop; send(path, 0))  // and one that nobody sleeps for
+            const u32 path = open_path();
+            for (started.count_down(); !stop; send(path, 0))  // and one that nobody sleeps for
                 run_verb(path);
         });
+    started.wait();
     for (int i = 0; i < 20; ++i)
         EXPECT_TRUE(in_child([&] {
             converse();

@@ -85,7 +85,11 @@ protected:
         const process_lock lock;
         return vpm_send_ips(path, message.data(), static_cast<u32>(message.size()), data.data(), static_cast<u32>(data.size()));
     }
-    static u16 send(u32 path, u32 pend) { return send(path, verb(SEND_DATA, pend)); }
+    static u16 send(u32 path, u32 pend)
+    {
+        const process_lock lock;  // its memory too: the sanitizer's allocator may be busy in a thread that a fork leaves behind
+        return send(path, verb(SEND_DATA, pend));
+    }
 
     // As the library runs a synchronous verb; its message names the wait object that its answer wakes.
     static void run_verb(u32 path)
