@@ -1,0 +1,43 @@
+// A frame as bytes, for hosts whose engine runs in another process: one packet of a SOCK_SEQPACKET socket each. A connection
+// begins with a hello of the client and the node's welcome; after that come frames, both ways.
+#pragma once
+
+#include "localnode/engine/engine.h"
+
+namespace tessaly::node {
+
+// What the block and the data of a message come behind. Numbers are in the order of the machine.
+struct packet_header {
+    u8 kind;  // frame_kind, or ECHO
+    u8 reserved[3];
+    u32 path;         // the client's number for it; 0 where the kind has none
+    u32 block_bytes;  // of a message or datagram, else 0
+    u32 data_bytes;   // of a message from a client, else 0: what the node sends is all block
+};
+static_assert(sizeof(packet_header) == 16);
+
+// The node sends it back as it came, so that a client's thread that waits for packets comes back.
+inline constexpr u8 ECHO = 0xFF;
+
+inline constexpr u32 LONGEST_PACKET = 128 * 1024;  // header included; a message with 65,535 bytes of data fits
+
+inline constexpr u32 PACKET_MAGIC = 0x594C5354;
+inline constexpr u16 PACKET_VERSION = 1;
+
+struct hello {
+    u32 magic = PACKET_MAGIC;
+    u16 version = PACKET_VERSION;
+    u16 reserved = 0;
+};
+
+enum class refusal : u16 { none = 0, version = 1, not_permitted = 2, too_many_clients = 3 };
+
+// After a refusal the node closes the connection.
+struct welcome {
+    u32 magic = PACKET_MAGIC;
+    u16 version = PACKET_VERSION;
+    refusal refused = refusal::none;
+};
+static_assert(sizeof(hello) == 8 && sizeof(welcome) == 8);
+
+}  // namespace tessaly::node
