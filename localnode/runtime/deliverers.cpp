@@ -9,6 +9,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <utility>
 
 namespace tessaly::runtime {
 
@@ -28,6 +29,11 @@ enum class thread_state : u8 { none, waiting, busy };
 constinit thread_state runtime_thread = thread_state::none;
 constinit never_destroyed<waiter> runtime_waiter;
 constinit std::atomic<bool> process_ends{false};
+
+constinit bool answers_unattended = false;  // answers come from a node elsewhere that no caller sleeps for
+constinit bool thread_rests = true;         // the runtime thread is there only when it is called
+constinit u32 sleeps = 0;                   // of callers
+constinit u32 sleeps_seen = 0;              // by the runtime thread
 
 void list(waiter& sleeping) noexcept
 {
@@ -49,22 +55,37 @@ void unlist(waiter& sleeping) noexcept
         sleeping.older->newer = sleeping.newer;
 }
 
+void bring_back(waiter& waiting) noexcept
+{
+    process_lock.wake(waiting);
+    if (node_elsewhere != nullptr)
+        node_elsewhere->interrupt(waiting);
+}
+
 void call(waiter& waiting) noexcept
 {
     if (waiting.woken)
         return;
     waiting.called = true;
     ++attending;
-    process_lock.wake(waiting);
+    bring_back(waiting);
 }
 
-void wait(waiter& me, u64 limit_ms) noexcept
+enum class socket_use : u8 { none, read, watch };
+
+void wait(waiter& me, u64 limit_ms, socket_use reading) noexcept
 {
     if (node_deadline_ms < watched_ms) {
         watched_ms = node_deadline_ms;
         watcher = &me;
     }
-    process_lock.wait(me, watcher == &me ? std::min(limit_ms, watched_ms) : limit_ms);
+    const u64 until_ms = watcher == &me ? std::min(limit_ms, watched_ms) : limit_ms;
+    if (reading == socket_use::read && node_elsewhere != nullptr && node_elsewhere->may_be_read())
+        node_elsewhere->read(me, until_ms);
+    else if (reading == socket_use::watch)
+        node_elsewhere->watch(me);
+    else
+        process_lock.wait(me, until_ms);
     if (watcher == &me) {
         watcher = nullptr;
         watched_ms = NEVER;
@@ -75,11 +96,34 @@ void wait(waiter& me, u64 limit_ms) noexcept
     }
 }
 
+bool work_waits() noexcept
+{
+    if (events_wait() || node_deadline_ms < watched_ms)
+        return true;
+    return node_elsewhere != nullptr && node_elsewhere->is_unread() && (newest != nullptr || answers_unattended || thread_rests);
+}
+
 // Who slept last after sending on the path of the oldest event probably waits for it, and need not pass it on.
 waiter& best_sleeper() noexcept
 {
     const path* from = events_wait() ? find_path(first_event->path) : nullptr;
     return from != nullptr && from->caller != nullptr && from->caller->asleep ? *from->caller : *newest;
+}
+
+// While callers keep sleeping, and so reading, the runtime thread keeps out of their way: being called after each verb would cost
+// more than looking from time to time whether they have stopped. Once verbs have been sent for which nobody slept, it is called.
+void wait_as_runtime_thread() noexcept
+{
+    constexpr u64 PAUSE_MS = 5;
+    if (node_elsewhere == nullptr || !node_elsewhere->may_be_read()) {
+        thread_rests = true;
+        wait(*runtime_waiter, NEVER, socket_use::none);
+        thread_rests = false;
+    } else if (std::exchange(sleeps_seen, sleeps) != sleeps && !answers_unattended) {
+        wait(*runtime_waiter, precise_now_ms() + PAUSE_MS, socket_use::none);
+    } else {
+        wait(*runtime_waiter, NEVER, socket_use::watch);
+    }
 }
 
 void* run_runtime_thread(void*) noexcept
@@ -98,7 +142,7 @@ void* run_runtime_thread(void*) noexcept
         }
         call_deliverer();
         runtime_thread = thread_state::waiting;
-        wait(*runtime_waiter, NEVER);
+        wait_as_runtime_thread();
         runtime_thread = thread_state::busy;
     }
     process_lock.drop();
@@ -146,7 +190,9 @@ void call_runtime_thread() noexcept
 
 void call_some_deliverer() noexcept
 {
-    if (attending != 0)
+    if (node_elsewhere != nullptr && node_elsewhere->was_sent_to())
+        answers_unattended = true;
+    if (attending != 0 || !work_waits())
         return;
     if (newest != nullptr) {
         waiter& called = best_sleeper();
@@ -166,8 +212,11 @@ void let_others_in() noexcept
 
 void sleep_as_caller(waiter& me, u64 limit_ms) noexcept
 {
+    if (node_elsewhere != nullptr)
+        node_elsewhere->was_sent_to();  // and this thread sleeps for the answer
+    ++sleeps;
     list(me);
-    wait(me, limit_ms);
+    wait(me, limit_ms, socket_use::read);
     unlist(me);
 }
 
@@ -176,7 +225,7 @@ void wake(waiter& sleeping) noexcept
     if (!sleeping.asleep)
         return;
     unlist(sleeping);
-    process_lock.wake(sleeping);
+    bring_back(sleeping);
 }
 
 void forget_deliverers() noexcept
@@ -186,6 +235,8 @@ void forget_deliverers() noexcept
     watcher = nullptr;
     watched_ms = NEVER;
     runtime_thread = thread_state::none;
+    thread_rests = true;
+    answers_unattended = false;
 }
 
 }  // namespace tessaly::runtime

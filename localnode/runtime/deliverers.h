@@ -3,21 +3,25 @@
 #pragma once
 
 #include "localnode/runtime/events.h"
-#include "localnode/runtime/host.h"
+#include "localnode/runtime/host_socket.h"
 #include "localnode/runtime/wait.h"
 
 namespace tessaly::runtime {
 
 extern u64 watched_ms;  // when a waiting thread will tell the node the time; NEVER when none will
 
-inline bool work_waits() noexcept { return events_wait() || node_deadline_ms < watched_ms; }
+inline bool work_may_wait() noexcept
+{
+    return events_wait() || node_deadline_ms < watched_ms || node_elsewhere != nullptr;
+}
 
-// Calls a thread that delivers what waits, unless one is on its way. Whoever gives the lock away does this first.
+// Calls a thread that delivers what waits, or reads what a node elsewhere will send, unless one is on its way.
+// Whoever gives the lock away does this first.
 void call_some_deliverer() noexcept;
 
 inline void call_deliverer() noexcept
 {
-    if (work_waits()) [[unlikely]]
+    if (work_may_wait()) [[unlikely]]
         call_some_deliverer();
 }
 

@@ -39,6 +39,8 @@ void become_new_client() noexcept
     trace_mutex_start_afresh();
     forget_deliverers();
     forget_sleeping_threads();
+    if (node_host* host = host_in_use())
+        host->leave_to_parent();
     ++forks_seen;
     fork_unreported = true;
 }

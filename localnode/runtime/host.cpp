@@ -1,7 +1,13 @@
-// Chooses the host by the environment, and keeps it.
+// Chooses the host by the environment, and keeps it. What every host does with a frame for this process.
 #include "localnode/runtime/host.h"
 
+#include "localnode/runtime/events.h"
+#include "localnode/runtime/host_socket.h"
+#include "localnode/runtime/logs.h"
 #include "localnode/runtime/never_destroyed.h"
+#include "localnode/runtime/paths.h"
+
+#include "runtime/node_runtime.h"
 
 #include <cstdlib>
 #include <string_view>
@@ -14,15 +20,30 @@ namespace {
 
 constinit never_destroyed<std::unique_ptr<node_host>> host;
 
+std::unique_ptr<node_host> make_chosen_host() noexcept
+{
+    constexpr std::string_view UNIX = "unix:";
+    const char* variable = std::getenv("TESSALY_NODE");
+    const std::string_view chosen = variable != nullptr ? variable : "";
+    if (chosen.empty() || chosen == "embedded")
+        return make_embedded_host();
+    if (chosen.starts_with(UNIX))
+        return make_socket_host(chosen.substr(UNIX.size()));
+    log_node("TESSALY_NODE is neither \"embedded\" nor \"unix:PATH\"");
+    return nullptr;
+}
+
 }  // namespace
 
 node_host* the_host() noexcept
 {
-    if (*host == nullptr) [[unlikely]] {
-        const char* chosen = std::getenv("TESSALY_NODE");
-        if (chosen == nullptr || *chosen == '\0' || std::string_view{chosen} == "embedded")
-            *host = make_embedded_host();
-    }
+    if (*host == nullptr) [[unlikely]]
+        *host = make_chosen_host();
+    return *host != nullptr && (*host)->is_there() ? host->get() : nullptr;
+}
+
+node_host* host_in_use() noexcept
+{
     return host->get();
 }
 
@@ -36,6 +57,30 @@ void look_at_clock() noexcept
 {
     if (const u64 now = precise_now_ms(); now >= node_deadline_ms)
         (*host)->pass_time(now);
+}
+
+u8* take_frame(node::frame_kind kind, u32 path, u32 bytes) noexcept
+{
+    static u8 nothing[4];
+    switch (kind) {
+    case node::frame_kind::message:
+        if (u8* room = queue_event(NODE_EVENT_IPS, path, bytes))
+            return room;
+        fail_path(path);
+        return nullptr;
+    case node::frame_kind::datagram:
+        if (u8* room = queue_event(NODE_EVENT_DATAGRAM, 0, bytes))
+            return room;
+        fail_all_paths();
+        return nullptr;
+    case node::frame_kind::path_failed: fail_path(path); break;
+    case node::frame_kind::terminated: announce_termination(); break;
+    case node::frame_kind::path_opened:
+    case node::frame_kind::path_closed:
+    case node::frame_kind::client_gone:
+    case node::frame_kind::time_passed: return nullptr;
+    }
+    return bytes <= sizeof nothing ? nothing : nullptr;
 }
 
 }  // namespace tessaly::runtime

@@ -1,10 +1,6 @@
 // The embedded host: the node's engine in this process, with this process as its only client. A verb that the node answers at
 // once is plain calls from vpm_send_ips to the event queue.
-#include "localnode/runtime/events.h"
 #include "localnode/runtime/host.h"
-#include "localnode/runtime/paths.h"
-
-#include "runtime/node_runtime.h"
 
 #include <exception>
 
@@ -68,34 +64,7 @@ try {
 
 u8* embedded_host::add(node::client_id client, node::frame_kind kind, u32 path, u32 bytes)
 {
-    static u8 nothing[4];
-    if (client != THIS_PROCESS)
-        return nullptr;
-    switch (kind) {
-    case node::frame_kind::message:
-        if (u8* room = queue_event(NODE_EVENT_IPS, path, bytes))
-            return room;
-        fail_path(path);
-        return nullptr;
-    case node::frame_kind::datagram:
-        if (u8* room = queue_event(NODE_EVENT_DATAGRAM, 0, bytes))
-            return room;
-        fail_all_paths();
-        return nullptr;
-    case node::frame_kind::path_failed:
-        fail_path(path);
-        break;
-    case node::frame_kind::terminated:
-        announce_termination();
-        break;
-    case node::frame_kind::path_opened:
-    case node::frame_kind::path_closed:
-    case node::frame_kind::client_gone:
-    case node::frame_kind::time_passed:
-        v0_assert("host_embedded", __LINE__, "the engine sends what is meant for a client");
-        break;
-    }
-    return bytes <= sizeof nothing ? nothing : nullptr;
+    return client == THIS_PROCESS ? take_frame(kind, path, bytes) : nullptr;
 }
 
 }  // namespace

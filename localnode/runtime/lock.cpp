@@ -3,11 +3,11 @@
 
 #include "localnode/runtime/deliverers.h"
 #include "localnode/runtime/fork.h"
+#include "localnode/runtime/looking.h"
 #include "runtime/node_runtime.h"
 
 #include <sched.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -19,48 +19,13 @@ thread_local u32 nesting_lock::depth_ = 0;
 
 namespace {
 
-int usable_processors() noexcept
-{
-    cpu_set_t usable;
-    return sched_getaffinity(0, sizeof usable, &usable) == 0 ? CPU_COUNT(&usable) : 1;
-}
-
-// A wake-up between two processors that both run costs a fraction of one that the kernel has to make. So a thread looks for its
-// wake-up for about as long as the kernel would take; when that was in vain it leaves out the next looks, ever more of them.
-class looking {
-public:
-    bool finds(sem_t& semaphore) noexcept
-    {
-        constexpr u32 LOOKS = 1000;
-        constexpr u32 MOST_LEFT_OUT = 64;
-        if (left_out_ < leave_out_ || !several_processors) {
-            ++left_out_;
-            return false;
-        }
-        left_out_ = 0;
-        for (u32 i = 0; i < LOOKS; ++i) {
-            if (sem_trywait(&semaphore) == 0) {
-                leave_out_ = 0;
-                return true;
-            }
-            __builtin_ia32_pause();
-        }
-        leave_out_ = std::min(2 * leave_out_ + 1, MOST_LEFT_OUT);
-        return false;
-    }
-
-private:
-    static inline const bool several_processors = usable_processors() > 1;
-
-    u32 leave_out_ = 0;
-    u32 left_out_ = 0;
-};
-[[gnu::tls_model("initial-exec")]] constinit thread_local looking look;
+constexpr u32 LOOKS = 1000;
+[[gnu::tls_model("initial-exec")]] constinit thread_local looking look{LOOKS};
 
 // Result: false when the time came first.
 bool await_post(sem_t& semaphore, u64 until_ms) noexcept
 {
-    if (look.finds(semaphore))
+    if (look.finds([&] { return sem_trywait(&semaphore) == 0; }))
         return true;
     const timespec until = time_at_ms(until_ms == NEVER ? 0 : until_ms);
     int failed = 0;
@@ -71,6 +36,11 @@ bool await_post(sem_t& semaphore, u64 until_ms) noexcept
 }
 
 }  // namespace
+
+bool wait_for_wake_up(sleeper& me, u64 until_ms) noexcept
+{
+    return await_post(me.wake_up, until_ms);
+}
 
 void sleeper::start_afresh() noexcept
 {
@@ -126,11 +96,11 @@ void nesting_lock::wake(sleeper& waiting) noexcept
     ++woken_;
 }
 
-void nesting_lock::wait(sleeper& me, u64 until_ms) noexcept
+void nesting_lock::wait(sleeper& me, u64 until_ms, way_to_wait way) noexcept
 {
     const u32 depth = std::exchange(depth_, 0);
     leave();
-    const bool posted = await_post(me.wake_up, until_ms);
+    const bool posted = way(me, until_ms);
     enter();
     depth_ = depth;
     if (!me.woken)

@@ -22,6 +22,10 @@ struct sleeper {
     void start_afresh() noexcept;
 };
 
+// How a thread waits without the lock. Result: whether it took the wake-up; false when the time came first, or something else.
+using way_to_wait = bool (*)(sleeper& me, u64 until_ms) noexcept;
+bool wait_for_wake_up(sleeper& me, u64 until_ms) noexcept;
+
 // A mutex that nests by thread. A thread that waits gives up all its levels and has them again afterwards. The threads that it
 // woke meanwhile begin to run when it leaves the lock: earlier they would only wait once more.
 class nesting_lock {
@@ -35,8 +39,9 @@ public:
 
     void wake(sleeper& waiting) noexcept;
 
-    // Waits until the sleeper is woken, at most until that time (CLOCK_MONOTONIC; NEVER: no limit).
-    void wait(sleeper& me, u64 until_ms) noexcept;
+    // Waits until the sleeper is woken, at most until that time (CLOCK_MONOTONIC; NEVER: no limit). Who waits in another way sees
+    // to it that a wake-up ends that too.
+    void wait(sleeper& me, u64 until_ms, way_to_wait way = wait_for_wake_up) noexcept;
 
     // Lets a thread that waits for the lock have it in between.
     void step_aside() noexcept;

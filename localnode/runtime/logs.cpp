@@ -1,5 +1,7 @@
 // The problem, exception and audit logs, and reports of broken invariants: one line of text each, written at once, so that
 // several threads and processes can share a file.
+#include "localnode/runtime/logs.h"
+
 #include "localnode/runtime/ebcdic.h"
 #include "localnode/runtime/text_file.h"
 
@@ -79,6 +81,21 @@ void write_record(const char* kind, u32 id, u16 point, const char* descriptor, s
 }
 
 }  // namespace
+
+void log_node(const char* format, ...) noexcept
+{
+    if (log_file < 0)
+        return;
+    char text[512];
+    std::va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    text_line<1024> line;
+    line.print("%s node: %s", stamp_now().text().data(), text);
+    line.end_line();
+    write_text(log_file, line.text());
+}
 
 }  // namespace tessaly::runtime
 

@@ -20,7 +20,7 @@ constinit never_destroyed<handle_space> paths;
 
 void tell_node(node::frame_kind kind, u32 handle) noexcept
 {
-    if (node_host* host = the_host())
+    if (node_host* host = host_in_use())
         host->submit({.kind = kind, .path = handle});
 }
 

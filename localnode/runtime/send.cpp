@@ -48,10 +48,7 @@ status send_whole(u32 path_handle, const path& from, bytes block, bytes data) no
 {
     if (from.user->kind == VERB_LIBRARY && !note_room(path_handle, block))
         return NO_MEMORY;
-    node_host* host = the_host();
-    if (host == nullptr)
-        return NO_NODE;
-    return host->submit({.kind = node::frame_kind::message, .path = path_handle, .block = block, .data = data});
+    return host_in_use()->submit({.kind = node::frame_kind::message, .path = path_handle, .block = block, .data = data});
 }
 
 status assemble(u32 path_handle, path& from, bytes part) noexcept

@@ -1,4 +1,5 @@
 target_sources(tessaly_runtime PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
     ${CMAKE_CURRENT_LIST_DIR}/deliverers.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ebcdic.cpp
     ${CMAKE_CURRENT_LIST_DIR}/events.cpp
@@ -6,6 +7,7 @@ target_sources(tessaly_runtime PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/handle_tables.cpp
     ${CMAKE_CURRENT_LIST_DIR}/host.cpp
     ${CMAKE_CURRENT_LIST_DIR}/host_embedded.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/host_socket.cpp
     ${CMAKE_CURRENT_LIST_DIR}/lock.cpp
     ${CMAKE_CURRENT_LIST_DIR}/logs.cpp
     ${CMAKE_CURRENT_LIST_DIR}/machine.cpp

@@ -1,0 +1,200 @@
+// Connecting, greeting, and packets in and out.
+#include "localnode/runtime/connection.h"
+
+#include "localnode/runtime/logs.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+namespace tessaly::runtime {
+
+namespace {
+
+// A node that is there answers at once; one that is stopped must not stop its clients for good.
+constexpr long GREETING_LIMIT_SECONDS = 5;
+
+const char* reason_of(node::refusal refused) noexcept
+{
+    switch (refused) {
+    case node::refusal::version: return "it speaks another version of the protocol";
+    case node::refusal::not_permitted: return "this user may not use it";
+    case node::refusal::too_many_clients: return "it has too many clients";
+    case node::refusal::none: break;
+    }
+    return "it did not answer as a node does";
+}
+
+}  // namespace
+
+std::unique_ptr<connection> connection::to(std::string_view socket_path) noexcept
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socket_path.empty() || socket_path.size() >= sizeof address.sun_path) {
+        log_node("the path of its socket is empty or too long");
+        return nullptr;
+    }
+    std::copy(socket_path.begin(), socket_path.end(), address.sun_path);
+    const int made = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (made < 0) {
+        log_node("no socket: %s", std::strerror(errno));
+        return nullptr;
+    }
+    std::unique_ptr<connection> to_node{new (std::nothrow) connection{made}};
+    if (to_node == nullptr) {
+        close(made);
+        return nullptr;
+    }
+    if (!to_node->connect_to(address))
+        return nullptr;
+    log_node("connected to %s", address.sun_path);
+    return to_node;
+}
+
+connection::~connection()
+{
+    if (socket_ >= 0)
+        close(socket_);
+}
+
+bool connection::connect_to(const sockaddr_un& address) noexcept
+{
+    const auto* to = reinterpret_cast<const sockaddr*>(&address);
+    int failed = 0;
+    if (!set_time_limit(GREETING_LIMIT_SECONDS))
+        return false;
+    do
+        failed = ::connect(socket_, to, sizeof address);
+    while (failed != 0 && errno == EINTR);
+    if (failed != 0) {
+        log_node("cannot connect to %s: %s", address.sun_path, std::strerror(errno));
+        return false;
+    }
+    return greet() && set_time_limit(0);
+}
+
+bool connection::greet() noexcept
+{
+    const node::hello greeting;
+    if (::send(socket_, &greeting, sizeof greeting, MSG_NOSIGNAL) != sizeof greeting) {
+        log_node("it does not take a greeting: %s", std::strerror(errno));
+        return false;
+    }
+    node::welcome answer;
+    ssize_t received = 0;
+    do
+        received = recv(socket_, &answer, sizeof answer, 0);
+    while (received < 0 && errno == EINTR);
+    const bool sound = received == sizeof answer && answer.magic == node::PACKET_MAGIC;
+    if (sound && answer.refused == node::refusal::none && answer.version == node::PACKET_VERSION)
+        return true;
+    log_node("refused: %s", reason_of(sound ? answer.refused : node::refusal::none));
+    return false;
+}
+
+bool connection::set_time_limit(long seconds) noexcept
+{
+    const timeval limit{.tv_sec = seconds, .tv_usec = 0};
+    return setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
+           setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
+}
+
+status connection::send(const node::frame& sent) noexcept
+{
+    node::packet_header header{};
+    header.kind = static_cast<u8>(sent.kind);
+    header.path = sent.path;
+    header.block_bytes = static_cast<u32>(sent.block.size());
+    header.data_bytes = static_cast<u32>(sent.data.size());
+    if (sent.block.size() > node::LONGEST_PACKET || sizeof header + sent.block.size() + sent.data.size() > node::LONGEST_PACKET)
+        return BAD_ARGUMENT;
+    iovec parts[] = {{&header, sizeof header},
+                     {const_cast<u8*>(sent.block.data()), sent.block.size()},
+                     {const_cast<u8*>(sent.data.data()), sent.data.size()}};
+    msghdr packet{};
+    packet.msg_iov = parts;
+    packet.msg_iovlen = std::size(parts);
+    ssize_t bytes = 0;
+    do
+        bytes = sendmsg(socket_, &packet, MSG_NOSIGNAL);
+    while (bytes < 0 && errno == EINTR);
+    if (bytes >= 0)
+        return DONE;
+    return errno == ENOMEM || errno == ENOBUFS ? NO_MEMORY : PATH_BROKEN;
+}
+
+reception connection::receive_with(int flags) noexcept
+{
+    ssize_t bytes = 0;
+    do
+        bytes = recv(socket_, packet_, sizeof packet_, flags | MSG_TRUNC);
+    while (bytes < 0 && errno == EINTR);
+    if (bytes < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return reception::nothing;
+    const auto length = static_cast<std::size_t>(std::max<ssize_t>(bytes, 0));
+    if (length < sizeof(node::packet_header) || length > sizeof packet_)
+        return reception::end;
+    const node::packet_header& came = header();
+    const bool sound = came.data_bytes == 0 && came.block_bytes == length - sizeof came;
+    return sound ? reception::packet : reception::end;
+}
+
+reception connection::receive_at_once() noexcept
+{
+    return receive_with(MSG_DONTWAIT);
+}
+
+reception connection::receive(u64 until_ms) noexcept
+{
+    reception got = reception::nothing;
+    if (look_.finds([&] { return (got = receive_at_once()) != reception::nothing; }))
+        return got;
+    if (until_ms == NEVER)
+        return receive_with(0);
+    watch(-1, until_ms);
+    return receive_at_once();
+}
+
+void connection::watch(int wake_fd, u64 until_ms) const noexcept
+{
+    constexpr u64 LONGEST_WAIT_MS = 1'000'000;
+    pollfd awaited[] = {{socket_, POLLIN, 0}, {wake_fd, POLLIN, 0}};
+    int ready = 0;
+    do {
+        int limit = -1;
+        if (until_ms != NEVER) {
+            const u64 now = precise_now_ms();
+            limit = now < until_ms ? static_cast<int>(std::min(until_ms - now, LONGEST_WAIT_MS)) : 0;
+        }
+        ready = poll(awaited, std::size(awaited), limit);
+    } while (ready < 0 && errno == EINTR);
+}
+
+void connection::ask_for_echo() noexcept
+{
+    node::packet_header echo{};
+    echo.kind = node::ECHO;
+    // If there is no room the node has much to answer, which ends the wait as well; if the node is gone, so has the wait.
+    ::send(socket_, &echo, sizeof echo, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void connection::hang_up() noexcept
+{
+    shutdown(socket_, SHUT_RDWR);
+}
+
+void connection::leave_to_parent() noexcept
+{
+    close(socket_);
+    socket_ = -1;
+}
+
+}  // namespace tessaly::runtime
