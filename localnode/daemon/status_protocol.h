@@ -1,5 +1,5 @@
-// How one asks a running node for its status: connect to its SOCK_SEQPACKET socket, send STATUS_REQUEST as one packet, read packets
-// of at most STATUS_PACKET bytes until the node closes. Joined they are one JSON document.
+// How one asks a running node for its status: connect to its SOCK_SEQPACKET socket, send STATUS_REQUEST as one packet, read
+// packets of at most STATUS_PACKET bytes until the node closes. Joined they are one JSON document.
 #pragma once
 
 #include <cstddef>
