@@ -3,8 +3,9 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# A compiler for i386 on any Debian machine, the build tools, and GoogleTest's source. No foreign architecture is needed.
-packages=(g++-multilib cmake ninja-build googletest)
+# A compiler for i386 on any Debian machine, the build tools, GoogleTest's source, and the libraries of the node and
+# the tool, all headers. No foreign architecture is needed.
+packages=(g++-multilib cmake ninja-build googletest libcli11-dev libtoml11-dev nlohmann-json3-dev)
 
 say()
 {

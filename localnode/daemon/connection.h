@@ -1,0 +1,61 @@
+// One client's socket, and what waits until the client takes it.
+#pragma once
+
+#include "localnode/daemon/unique_fd.h"
+#include "localnode/engine/engine.h"
+
+#include <sys/socket.h>
+
+#include <deque>
+#include <memory>
+#include <unordered_set>
+
+namespace tessaly::daemon {
+
+class connection {
+public:
+    enum class stage {
+        greeting,   // its first packet has not come yet
+        conversing,
+        leaving,    // takes what waits, then it is closed
+        gone,       // closed; the object is dropped at the end of the round
+    };
+
+    connection(node::client_id number, unique_fd socket, const ucred& process) noexcept
+        : id(number), peer(process), socket_(std::move(socket))
+    {
+    }
+
+    int socket() const noexcept { return socket_.get(); }
+    std::size_t queued_bytes() const noexcept { return queued_bytes_; }
+
+    // One packet: at once, or, when the client does not take it now, behind what waits already. Never blocks. False, with
+    // errno, when the connection is broken. Throws std::bad_alloc.
+    bool send(std::span<const u8> packet);
+
+    // Sends what waits, as far as the client takes it. False when the connection is broken.
+    bool flush() noexcept;
+
+    void close() noexcept { socket_.reset(); }
+
+    const node::client_id id;
+    const ucred peer;
+    stage now = stage::greeting;
+    bool watched_for_room = false;  // the poller tells when the client takes packets again
+    std::unordered_set<u32> paths;  // that the client has opened
+
+private:
+    enum class result { sent, must_wait, broken };
+    result try_to_send(std::span<const u8> packet) noexcept;
+
+    struct waiting_packet {
+        std::unique_ptr<u8[]> content;
+        u32 bytes;
+    };
+
+    unique_fd socket_;
+    std::deque<waiting_packet> queue_;
+    std::size_t queued_bytes_ = 0;  // with what the queue itself needs
+};
+
+}  // namespace tessaly::daemon

@@ -1,0 +1,147 @@
+#include "localnode/daemon/server.h"
+
+#include "localnode/runtime/clock.h"
+
+#include <sys/signalfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+
+namespace tessaly::daemon {
+
+namespace {
+
+constexpr u64 GOODBYE_MS = 2000;
+constexpr int RETRY_MS = 500;
+
+void watch(int poller, int fd, void* as)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = as;
+    if (epoll_ctl(poller, EPOLL_CTL_ADD, fd, &event) != 0)
+        throw std::runtime_error(error_text(errno));
+}
+
+}  // namespace
+
+sigset_t signals_taken() noexcept
+{
+    sigset_t taken;
+    sigemptyset(&taken);
+    for (const int each : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+        sigaddset(&taken, each);
+    return taken;
+}
+
+server::server(const settings& with, listener& clients)
+    : settings_(with), listener_(clients), poller_(epoll_create1(EPOLL_CLOEXEC)), switchboard_(poller_.get(), with)
+{
+    const sigset_t taken = signals_taken();
+    signals_ = unique_fd{signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK)};
+    watch(poller_.get(), signals_.get(), &signals_);
+    watch(poller_.get(), listener_.fd(), &listener_);
+}
+
+void server::run()
+{
+    while (!stopping_) {
+        const int count = wait_for_news(timeout_ms());
+        switchboard_.pass_time(count == 0 ? runtime::precise_now_ms() : runtime::cheap_now_ms());
+        for (int i = 0; i < count; ++i)
+            handle(events_[i]);
+        switchboard_.drop_gone();
+        if (!admits_)
+            admit_clients();
+    }
+    say_goodbye();
+}
+
+int server::timeout_ms() const noexcept
+{
+    const int at_most = admits_ ? -1 : RETRY_MS;
+    const std::optional<u64> deadline = switchboard_.deadline_ms();
+    if (!deadline)
+        return at_most;
+    const u64 now = runtime::precise_now_ms();
+    const u64 left = *deadline > now ? std::min<u64>(*deadline - now, 3'600'000) : 0;
+    return at_most < 0 ? static_cast<int>(left) : std::min(at_most, static_cast<int>(left));
+}
+
+int server::wait_for_news(int timeout)
+{
+    int count = 0;
+    const auto poll = [&](int at_most) {
+        count = epoll_wait(poller_.get(), events_, std::size(events_), at_most);
+        return count > 0;
+    };
+    if (timeout == 0 || !look_.finds([&] { return poll(0); }))
+        poll(timeout);
+    return std::max(count, 0);
+}
+
+void server::handle(const epoll_event& event)
+{
+    if (event.data.ptr == &signals_) {
+        take_signals();
+    } else if (event.data.ptr == &listener_) {
+        admit_clients();
+    } else {
+        connection& client = *static_cast<connection*>(event.data.ptr);
+        if ((event.events & EPOLLOUT) != 0)
+            switchboard_.send_waiting(client);
+        if ((event.events & ~EPOLLOUT) != 0)
+            switchboard_.take_packets(client);
+    }
+}
+
+// Without a descriptor for the next client the listening socket is left alone for a while, or the loop would spin.
+void server::admit_clients()
+{
+    constexpr u32 MOST_A_ROUND = 16;
+    for (u32 i = 0; i < MOST_A_ROUND; ++i) {
+        unique_fd client = listener_.next();
+        if (client) {
+            switchboard_.admit(std::move(client));
+            continue;
+        }
+        const bool exhausted = errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS;
+        if (exhausted && admits_) {
+            log(level::error, "no further clients for now: ", error_text(errno));
+            epoll_ctl(poller_.get(), EPOLL_CTL_DEL, listener_.fd(), nullptr);
+        }
+        if (!exhausted && !admits_)
+            watch(poller_.get(), listener_.fd(), &listener_);
+        admits_ = !exhausted;
+        return;
+    }
+}
+
+void server::take_signals()
+{
+    signalfd_siginfo got{};
+    while (read(signals_.get(), &got, sizeof got) == static_cast<ssize_t>(sizeof got)) {
+        if (got.ssi_signo == SIGTERM || got.ssi_signo == SIGINT) {
+            log(level::info, "stops: ", strsignal(static_cast<int>(got.ssi_signo)));
+            stopping_ = true;
+        }
+    }
+}
+
+void server::say_goodbye()
+{
+    switchboard_.terminate();
+    const u64 until = runtime::precise_now_ms() + GOODBYE_MS;
+    for (u64 now = 0; switchboard_.clients() != 0 && (now = runtime::precise_now_ms()) < until;) {
+        const int count = epoll_wait(poller_.get(), events_, std::size(events_), static_cast<int>(until - now));
+        for (int i = 0; i < count; ++i)
+            if (events_[i].data.ptr != &signals_ && events_[i].data.ptr != &listener_)
+                handle(events_[i]);
+        switchboard_.drop_gone();
+    }
+}
+
+}  // namespace tessaly::daemon

@@ -1,0 +1,43 @@
+// The node's only loop: sockets, signals and the engine's time.
+#pragma once
+
+#include "localnode/daemon/listener.h"
+#include "localnode/daemon/looking.h"
+#include "localnode/daemon/switchboard.h"
+
+#include <sys/epoll.h>
+
+namespace tessaly::daemon {
+
+// The signals that the loop takes; to be blocked before it is made.
+sigset_t signals_taken() noexcept;
+
+class server {
+public:
+    server(const settings& with, listener& clients);
+
+    // Until a signal says stop. Then all clients have been told, and have had a moment to take what waited for them.
+    void run();
+
+private:
+    enum class news { none, some };
+
+    int wait_for_news(int timeout_ms);
+    int timeout_ms() const noexcept;
+    void handle(const epoll_event& event);
+    void admit_clients();
+    void take_signals();
+    void say_goodbye();
+
+    const settings& settings_;
+    listener& listener_;
+    unique_fd poller_;
+    unique_fd signals_;
+    switchboard switchboard_;
+    looking look_;
+    bool stopping_ = false;
+    bool admits_ = true;  // false while the system has no descriptor for another client
+    epoll_event events_[64];
+};
+
+}  // namespace tessaly::daemon

@@ -1,0 +1,330 @@
+#include "localnode/daemon/switchboard.h"
+
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace tessaly::daemon {
+
+namespace {
+
+using node::frame_kind;
+
+constexpr u32 MOST_PACKETS_A_ROUND = 16;
+
+template <typename Record>
+std::span<const u8> bytes_of(const Record& record) noexcept
+{
+    return {reinterpret_cast<const u8*>(&record), sizeof record};
+}
+
+// The frame in a packet. None for what no client sends.
+std::optional<node::frame> frame_in(std::span<const u8> packet) noexcept
+{
+    node::packet_header header;
+    if (packet.size() < sizeof header)
+        return std::nullopt;
+    std::memcpy(&header, packet.data(), sizeof header);
+    packet = packet.subspan(sizeof header);
+    const u8 nothing[sizeof header.reserved] = {};
+    if (!std::ranges::equal(header.reserved, nothing) || header.block_bytes > packet.size() ||
+        header.data_bytes != packet.size() - header.block_bytes)
+        return std::nullopt;
+    const auto kind = static_cast<frame_kind>(header.kind);
+    const bool fits = kind == frame_kind::message || (kind == frame_kind::datagram && header.data_bytes == 0) ||
+                      ((kind == frame_kind::path_opened || kind == frame_kind::path_closed) && packet.empty());
+    if (!fits)
+        return std::nullopt;
+    return node::frame{.kind = kind,
+                       .path = header.path,
+                       .block = packet.first(header.block_bytes),
+                       .data = packet.subspan(header.block_bytes)};
+}
+
+}  // namespace
+
+switchboard::switchboard(int poller, const settings& with) : poller_(poller), settings_(with)
+{
+    departed_.reserve(with.limits.clients + 1);  // so that dropping a client needs no memory
+    gone_.reserve(with.limits.clients + 1);
+}
+
+connection* switchboard::find(node::client_id id)
+{
+    const auto at = connections_.find(id);
+    return at == connections_.end() ? nullptr : at->second.get();
+}
+
+bool switchboard::may_connect(const ucred& peer) const
+{
+    const auto& [mode, group, users, groups] = settings_.access;
+    const auto is_in = [](const auto& ids, auto id) { return std::ranges::find(ids, id) != ids.end(); };
+    return peer.uid == 0 || peer.uid == geteuid() || (users.empty() && groups.empty()) || is_in(users, peer.uid) ||
+           is_in(groups, peer.gid);
+}
+
+void switchboard::admit(unique_fd socket)
+{
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
+        return;
+    node::welcome refusal;
+    if (!may_connect(peer))
+        refusal.refused = node::refusal::not_permitted;
+    else if (connections_.size() >= settings_.limits.clients)
+        refusal.refused = node::refusal::too_many_clients;
+    if (refusal.refused != node::refusal::none) {
+        log(level::warning, "refused process ", peer.pid, " of user ", peer.uid, ", group ", peer.gid, ": ",
+            refusal.refused == node::refusal::not_permitted ? "not permitted" : "too many clients");
+        send(socket.get(), &refusal, sizeof refusal, MSG_DONTWAIT | MSG_NOSIGNAL);
+        return;
+    }
+    do
+        ++last_id_;
+    while (last_id_ == 0 || connections_.contains(last_id_));
+    const int fd = socket.get();
+    auto made = std::make_unique<connection>(last_id_, std::move(socket), peer);
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = made.get();
+    connections_.emplace(last_id_, std::move(made));
+    if (epoll_ctl(poller_, EPOLL_CTL_ADD, fd, &event) != 0)
+        drop(*find(last_id_), level::warning, error_text(errno));
+}
+
+void switchboard::take_packets(connection& from)
+{
+    for (u32 taken = 0; taken < MOST_PACKETS_A_ROUND && from.now != connection::stage::gone; ++taken)
+        if (!take_packet(from))
+            break;
+    tell_of_departed();
+}
+
+// Result: whether to look for another packet at once. Behind an answer there is none as a rule.
+bool switchboard::take_packet(connection& from)
+{
+    const ssize_t got = recv(from.socket(), received_, sizeof received_, MSG_DONTWAIT | MSG_TRUNC);
+    if (got < 0) {
+        if (errno != EAGAIN && errno != EINTR)
+            drop(from, level::info, error_text(errno));
+        return false;
+    }
+    if (got == 0) {
+        drop(from, level::info, "left");
+        return false;
+    }
+    if (got > static_cast<ssize_t>(sizeof received_)) {
+        drop(from, level::warning, "sent a packet that is too long");
+        return false;
+    }
+    try {
+        return take(from, {received_, static_cast<std::size_t>(got)});
+    } catch (const std::exception& error) {
+        drop(from, level::error, error.what());
+        return false;
+    }
+}
+
+bool switchboard::take(connection& from, std::span<const u8> packet)
+{
+    switch (from.now) {
+    case connection::stage::greeting: return greet(from, packet);
+    case connection::stage::conversing: return converse(from, packet);
+    case connection::stage::leaving:
+    case connection::stage::gone: break;
+    }
+    return true;  // to no effect
+}
+
+bool switchboard::greet(connection& from, std::span<const u8> packet)
+{
+    if (std::ranges::equal(packet, node::STATUS_REQUEST, {}, {}, [](char c) { return static_cast<u8>(c); })) {
+        report_status(from);
+        return false;
+    }
+    node::hello hello;
+    if (packet.size() != sizeof hello || (std::memcpy(&hello, packet.data(), sizeof hello), hello.magic != node::PACKET_MAGIC)) {
+        drop(from, level::warning, "did not greet as a client does");
+        return false;
+    }
+    node::welcome welcome;
+    if (hello.version != node::PACKET_VERSION)
+        welcome.refused = node::refusal::version;
+    else
+        from.now = connection::stage::conversing;
+    log(level::info, "client ", from.id, ": process ", from.peer.pid, ", user ", from.peer.uid, ", group ", from.peer.gid,
+        welcome.refused == node::refusal::none ? "" : " speaks another version");
+    send_to(from, bytes_of(welcome));
+    if (welcome.refused != node::refusal::none)
+        leave(from);
+    return false;
+}
+
+bool switchboard::converse(connection& from, std::span<const u8> packet)
+{
+    if (packet[0] == node::ECHO) {
+        send_to(from, packet);
+        return false;
+    }
+    std::optional<node::frame> sent = frame_in(packet);
+    if (!sent) {
+        drop(from, level::warning, "sent what is no frame");
+        return false;
+    }
+    if (refuses_path(from, *sent))
+        return true;
+    track_path(from, *sent);
+    sent->client = from.id;
+    sent->now_ms = told_ms_;
+    feed(*sent);
+    return sent->kind != frame_kind::message;
+}
+
+bool switchboard::refuses_path(connection& from, const node::frame& sent)
+{
+    if (sent.kind != frame_kind::path_opened || from.paths.size() < settings_.limits.paths_per_client ||
+        from.paths.contains(sent.path))
+        return false;
+    log(level::warning, "client ", from.id, ": has too many paths");
+    send_to(from, bytes_of(node::packet_header{static_cast<u8>(frame_kind::path_failed), {}, sent.path, 0, 0}));
+    return true;
+}
+
+void switchboard::track_path(connection& from, const node::frame& sent)
+{
+    if (sent.kind == frame_kind::path_opened)
+        from.paths.insert(sent.path);
+    else if (sent.kind == frame_kind::path_closed)
+        from.paths.erase(sent.path);
+}
+
+void switchboard::send_to(connection& to, std::span<const u8> packet)
+try {
+    if (!to.send(packet))
+        drop(to, level::info, error_text(errno));
+    else if (to.queued_bytes() > std::size_t{settings_.limits.queued_mib_per_client} * 1024 * 1024)
+        drop(to, level::warning, "does not take what it is sent");
+    else if (to.queued_bytes() != 0 && !to.watched_for_room)
+        watch_for_room(to, true);
+} catch (const std::bad_alloc&) {
+    drop(to, level::error, "no memory for what it is sent");
+}
+
+void switchboard::watch_for_room(connection& of, bool wanted)
+{
+    epoll_event event{};
+    event.events = wanted ? EPOLLIN | EPOLLOUT : EPOLLIN;
+    event.data.ptr = &of;
+    epoll_ctl(poller_, EPOLL_CTL_MOD, of.socket(), &event);
+    of.watched_for_room = wanted;
+}
+
+void switchboard::send_waiting(connection& to)
+{
+    if (to.now == connection::stage::gone)
+        return;
+    if (!to.flush()) {
+        drop(to, level::info, error_text(errno));
+        tell_of_departed();
+        return;
+    }
+    if (to.queued_bytes() != 0)
+        return;
+    watch_for_room(to, false);
+    if (to.now == connection::stage::leaving)
+        drop(to, level::debug, "has got everything");
+}
+
+void switchboard::leave(connection& leaving)
+{
+    if (leaving.now == connection::stage::gone)
+        return;
+    leaving.now = connection::stage::leaving;
+    if (leaving.queued_bytes() == 0)
+        drop(leaving, level::debug, "has got everything");
+}
+
+void switchboard::pass_time(u64 now_ms)
+{
+    if (now_ms <= told_ms_)
+        return;
+    told_ms_ = now_ms;
+    feed({.kind = frame_kind::time_passed, .now_ms = now_ms});
+}
+
+void switchboard::feed(const node::frame& input)
+{
+    accept(input);
+    tell_of_departed();
+}
+
+// Whoever does not take what that causes departs as well.
+void switchboard::tell_of_departed()
+{
+    while (!departed_.empty()) {
+        const node::client_id gone = departed_.back();
+        departed_.pop_back();
+        accept({.kind = frame_kind::client_gone, .client = gone, .now_ms = told_ms_});
+    }
+}
+
+void switchboard::accept(const node::frame& input)
+{
+    out_.clear();
+    try {
+        engine_.accept(input, out_);
+    } catch (const std::exception& error) {
+        if (connection* const sender = find(input.client))
+            drop(*sender, level::error, error.what());
+        else
+            log(level::error, "the engine: ", error.what());
+    }
+    deliver();
+}
+
+void switchboard::deliver()
+{
+    for (const outgoing::packet& packet : out_.packets())
+        if (connection* const to = find(packet.client); to != nullptr && to->now == connection::stage::conversing)
+            send_to(*to, packet.bytes);
+    for (const node::client_id client : out_.starved())
+        if (connection* const to = find(client))
+            drop(*to, level::error, "no memory for what it is sent");
+}
+
+void switchboard::drop(connection& dropped, level of, std::string_view reason)
+{
+    if (dropped.now == connection::stage::gone)
+        return;
+    log(of, "client ", dropped.id, ", process ", dropped.peer.pid, ": ", reason);
+    if (dropped.now == connection::stage::conversing)
+        departed_.push_back(dropped.id);
+    dropped.now = connection::stage::gone;
+    dropped.close();
+    const auto at = connections_.find(dropped.id);
+    gone_.push_back(std::move(at->second));
+    connections_.erase(at);
+}
+
+void switchboard::terminate()
+{
+    const node::packet_header terminated{static_cast<u8>(frame_kind::terminated), {}, 0, 0, 0};
+    std::vector<connection*> all;
+    for (const auto& [id, each] : connections_)
+        all.push_back(each.get());
+    for (connection* const each : all) {
+        if (each->now == connection::stage::conversing)
+            send_to(*each, bytes_of(terminated));
+        leave(*each);
+    }
+}
+
+void switchboard::report_status(connection& to)
+{
+    leave(to);
+}
+
+}  // namespace tessaly::daemon

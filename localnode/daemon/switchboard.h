@@ -1,0 +1,69 @@
+// The clients around the engine: packets become frames, frames packets. Whatever one client sends or fails to take, the others
+// go on.
+#pragma once
+
+#include "localnode/daemon/connection.h"
+#include "localnode/daemon/outgoing.h"
+#include "localnode/daemon/settings.h"
+
+#include <unordered_map>
+#include <vector>
+
+namespace tessaly::daemon {
+
+class switchboard {
+public:
+    // poller: an epoll instance, which hands back the connection with each event.
+    switchboard(int poller, const settings& with);
+
+    // A new connection, unless the peer may not connect.
+    void admit(unique_fd socket);
+
+    // Takes what has come from a client, but no more packets than would keep the others waiting.
+    void take_packets(connection& from);
+    void send_waiting(connection& to);
+
+    void pass_time(u64 now_ms);
+    std::optional<u64> deadline_ms() const { return engine_.deadline_ms(); }
+
+    // Tells all clients that the node stops, and takes nothing from them any more.
+    void terminate();
+
+    std::size_t clients() const noexcept { return connections_.size(); }
+
+    // Connections that are gone live until this, so that events of the same round may still name them.
+    void drop_gone() noexcept { gone_.clear(); }
+
+private:
+    bool may_connect(const ucred& peer) const;
+    bool take_packet(connection& from);
+    bool take(connection& from, std::span<const u8> packet);
+    bool greet(connection& from, std::span<const u8> packet);
+    bool converse(connection& from, std::span<const u8> packet);
+    void track_path(connection& from, const node::frame& sent);
+    bool refuses_path(connection& from, const node::frame& sent);
+    void send_to(connection& to, std::span<const u8> packet);
+    void report_status(connection& to);
+    void watch_for_room(connection& of, bool wanted);
+    void leave(connection& leaving);
+
+    void feed(const node::frame& input);
+    void accept(const node::frame& input);
+    void tell_of_departed();
+    void deliver();
+    void drop(connection& dropped, level of, std::string_view reason);
+    connection* find(node::client_id id);
+
+    const int poller_;
+    const settings& settings_;
+    node::engine engine_;
+    outgoing out_;
+    std::unordered_map<node::client_id, std::unique_ptr<connection>> connections_;
+    std::vector<std::unique_ptr<connection>> gone_;
+    std::vector<node::client_id> departed_;  // of whom the engine has not been told yet
+    node::client_id last_id_ = 0;
+    u64 told_ms_ = 0;
+    alignas(16) u8 received_[node::LONGEST_PACKET];
+};
+
+}  // namespace tessaly::daemon
