@@ -1,5 +1,6 @@
-// Two LU 6.2 programs in one process converse through the library and the embedded node.
+// Two LU 6.2 programs in one process converse through the library and the node, embedded or in a process of its own.
 
+#include "tests/e2e/node_process.h"
 #include "tests/e2e/talking.h"
 
 #include <array>
@@ -9,6 +10,8 @@
 namespace {
 
 using namespace talking;
+
+const testing::Environment* const host = testing::AddGlobalTestEnvironment(new chosen_host);
 
 constexpr codes deallocated{APPC_DEALLOC_NORMAL, 0};
 constexpr codes abended{APPC_DEALLOC_ABEND, 0};

@@ -109,16 +109,22 @@ struct received {
 
 class program {
 public:
-    // Starts a TP on a local LU.
-    static program start(const char* lu_alias, const char* tp_name)
+    // Starts a TP on a local LU, which may fail.
+    codes try_to_start(const char* lu_alias, const char* tp_name)
     {
         appc_tp_started started{};
         started.opcode = APPC_OP_TP_STARTED;
         set_alias(started.lu_alias, lu_alias);
         set_ebcdic(started.tp_name, sizeof started.tp_name, tp_name);
-        EXPECT_EQ(run(started), ok) << "TP_STARTED";
+        const codes outcome = run(started);
+        std::memcpy(tp_id_, started.tp_id, sizeof tp_id_);
+        return outcome;
+    }
+
+    static program start(const char* lu_alias, const char* tp_name)
+    {
         program self;
-        std::memcpy(self.tp_id_, started.tp_id, sizeof self.tp_id_);
+        EXPECT_EQ(self.try_to_start(lu_alias, tp_name), ok) << "TP_STARTED";
         return self;
     }
 
@@ -130,12 +136,20 @@ public:
         return vcb;
     }
 
-    // Waits for a partner.
-    static program accept(const char* tp_name)
+    // Waits for a partner, which may fail.
+    codes try_to_accept(const char* tp_name)
     {
         appc_receive_allocate vcb = accepting(tp_name);
-        EXPECT_EQ(run(vcb), ok) << "RECEIVE_ALLOCATE";
-        return accepted(vcb);
+        const codes outcome = run(vcb);
+        *this = accepted(vcb);
+        return outcome;
+    }
+
+    static program accept(const char* tp_name)
+    {
+        program self;
+        EXPECT_EQ(self.try_to_accept(tp_name), ok) << "RECEIVE_ALLOCATE";
+        return self;
     }
 
     static program accepted(const appc_receive_allocate& vcb)
@@ -158,7 +172,7 @@ public:
         return vcb;
     }
 
-    void allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)
+    codes try_to_allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)
     {
         auto vcb = verb<appc_allocate_format_0>(APPC_OP_ALLOCATE);
         vcb.conv_type = APPC_MAPPED;
@@ -166,8 +180,14 @@ public:
         set_alias(vcb.plu_alias, partner_lu);
         set_ebcdic(vcb.mode_name, sizeof vcb.mode_name, "BATCH");
         set_ebcdic(vcb.tp_name, sizeof vcb.tp_name, tp_name);
-        EXPECT_EQ(run(vcb), ok) << "ALLOCATE";
+        const codes outcome = run(vcb);
         conv_id_ = vcb.conv_id;
+        return outcome;
+    }
+
+    void allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)
+    {
+        EXPECT_EQ(try_to_allocate(partner_lu, tp_name, sync_level), ok) << "ALLOCATE";
     }
 
     appc_send_data sending(const std::string& data, appc_u8 type = APPC_SEND_NONE) const
