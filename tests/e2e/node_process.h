@@ -23,8 +23,7 @@ public:
     // With the text of a config file.
     explicit node_process(const std::string& config = "")
     {
-        char name[] = "/tmp/tessaly-node-XXXXXX";
-        directory_ = mkdtemp(name);
+        std::filesystem::create_directory(directory_);
         std::ofstream(directory_ + "/config.toml") << config;
         setenv("TESSALY_NODE", ("unix:" + socket()).c_str(), 1);
         start();
@@ -62,8 +61,19 @@ public:
         sockaddr_un there{};
         there.sun_family = AF_UNIX;
         socket().copy(there.sun_path, sizeof there.sun_path - 1);
-        for (int t = 0; t < 60000; ++t) { int c = ::socket(AF_UNIX, SOCK_SEQPACKET|SOCK_CLOEXEC, 0); int f = connect(c, reinterpret_cast<sockaddr*>(&there), sizeof there); close(c); if (f == 0) break; usleep(1000);} 
+        for (int t = 0; t < 60000; ++t) { int c = ::socket(AF_UNIX, SOCK_SEQPACKET|SOCK_CLOEXEC, 0); int f = ::connect(c, reinterpret_cast<sockaddr*>(&there), sizeof there); close(c); if (f == 0) break; usleep(1000);} 
         close(told);
+    }
+
+    // A connection of its own kind, which the caller closes.
+    int connect() const
+    {
+        sockaddr_un there{};
+        there.sun_family = AF_UNIX;
+        socket().copy(there.sun_path, sizeof there.sun_path - 1);
+        const int made = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(::connect(made, reinterpret_cast<sockaddr*>(&there), sizeof there), 0);
+        return made;
     }
 
     // Result: how it ended, as waitpid tells it.
@@ -77,7 +87,8 @@ public:
     }
 
 private:
-    std::string directory_;
+    // The same for all nodes that a process has one after the other, since the runtime reads TESSALY_NODE once.
+    std::string directory_ = "/tmp/tessaly-node-" + std::to_string(getpid());
     pid_t process_ = 0;
 };
 

@@ -2,12 +2,15 @@
 #include "tests/e2e/node_process.h"
 #include "tests/e2e/talking.h"
 
+#include "localnode/daemon/status_protocol.h"
+
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
 #include <functional>
 #include <random>
+#include <regex>
 #include <thread>
 
 namespace {
@@ -92,6 +95,108 @@ TEST_F(Processes, converse)
     const pid_t asking = spawn([] { ask_once("ANSWERS"); });
     EXPECT_EQ(end_of(asking), 0);
     EXPECT_EQ(end_of(answering), 0);
+}
+
+// What a node tells of itself.
+std::string status_of(const node_process& node)
+{
+    const int asking = node.connect();
+    send(asking, tessaly::node::STATUS_REQUEST.data(), tessaly::node::STATUS_REQUEST.size(), MSG_NOSIGNAL);
+    std::string all;
+    std::string packet(tessaly::node::STATUS_PACKET, '\0');
+    while (true) {
+        const ssize_t bytes = recv(asking, packet.data(), packet.size(), 0);
+        if (bytes <= 0)
+            break;
+        all.append(packet, 0, static_cast<std::size_t>(bytes));
+    }
+    close(asking);
+    return std::regex_replace(all, std::regex("\\s"), "");
+}
+
+TEST_F(Processes, learn_that_their_partners_process_was_killed_and_the_node_keeps_nothing_of_it)
+{
+    node_process node;
+    const pid_t killed = spawn([this] {
+        const program self = program::accept("VICTIM");
+        EXPECT_EQ(self.receive().what, APPC_WR_SEND);
+        ++shared->conversing;
+        pause();
+    });
+    program self = program::start("HERE", "ASKER");
+    self.allocate("THERE", "VICTIM", APPC_SYNC_NONE);
+    std::string buffer(100, '\0');
+    issued receive(self.receiving(buffer));
+    await([this] { return shared->conversing == 1; });
+    EXPECT_FALSE(receive.finished());
+    kill(killed, SIGKILL);
+    EXPECT_EQ(receive.outcome(), (codes{APPC_CONV_FAILURE_NO_RETRY, 0}));
+    EXPECT_EQ(end_of(killed), SIGKILL);
+    EXPECT_EQ(self.end(), ok);
+    const std::string left = status_of(node);
+    for (const char* none : {"\"tps\":[]", "\"conversations\":[]", "\"attaches_waiting\":0", "\"tps_waiting\":0"})
+        EXPECT_NE(left.find(none), std::string::npos) << none << " in " << left;
+}
+
+TEST_F(Processes, complete_their_verbs_when_the_node_ends_and_go_on_with_the_next)
+{
+    node_process node;
+    issued waiting(program::accepting("NOBODYCALLS"));
+    program self = program::start("HERE", "ASKER");
+    self.allocate("THERE", "NOBODY");
+    std::string buffer(100, '\0');
+    issued receive(self.receiving(buffer));
+    EXPECT_EQ(node.stop(SIGTERM), 0);
+    EXPECT_EQ(waiting.outcome(), lost);
+    EXPECT_EQ(receive.outcome(), lost);
+    EXPECT_EQ(program().try_to_start("HERE", "ASKER").primary, APPC_COMMS_SUBSYSTEM_NOT_LOADED);
+    node.start();
+    std::thread answering([] { answer_once("ANSWERS"); });
+    ask_once("ANSWERS");
+    answering.join();
+}
+
+// The child is a new client, while the parent's verbs are its own.
+TEST_F(Processes, fork_and_both_go_on)
+{
+    node_process node;
+    const auto child_converses = [] {
+        return spawn([] {
+            std::thread answering([] { answer_once("CHILD"); });
+            ask_once("CHILD");
+            answering.join();
+        });
+    };
+    EXPECT_EQ(end_of(child_converses()), 0) << "before the first verb";
+    program self = program::start("HERE", "ASKER");
+    EXPECT_EQ(end_of(child_converses()), 0) << "while no verb is outstanding";
+    self.allocate("THERE", "ANSWERS", APPC_SYNC_NONE);
+    std::string buffer(100, '\0');
+    issued receive(self.receiving(buffer));
+    EXPECT_EQ(end_of(child_converses()), 0) << "while one is";
+    EXPECT_FALSE(receive.finished());
+    const program partner = program::accept("ANSWERS");
+    EXPECT_EQ(partner.receive().what, APPC_WR_SEND);
+    EXPECT_EQ(partner.send("answer"), ok);
+    EXPECT_EQ(receive.outcome(), ok);
+    EXPECT_EQ(partner.deallocate(), ok);
+
+    // Inside a callback.
+    static std::function<pid_t()> forks;
+    static int how;
+    forks = child_converses;
+    how = -1;
+    completion_flag done;
+    auto last = self.receiving(buffer);
+    APPC_Async(&last, [](void*, appc_u8*, appc_u32, appc_u32 corr) {
+        how = end_of(forks());
+        reinterpret_cast<completion_flag*>(corr)->set();
+    }, reinterpret_cast<appc_u32>(&done));
+    EXPECT_TRUE(done.wait());
+    EXPECT_EQ(how, 0);
+    EXPECT_EQ(codes_of(last), deallocated);
+    EXPECT_EQ(self.end(), ok);
+    EXPECT_EQ(partner.end(), ok);
 }
 
 // One program's life while nodes come and go: begins anew whenever its node was lost. Other codes than those of a verb that
