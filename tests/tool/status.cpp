@@ -89,7 +89,7 @@ TEST_F(status_of_a_node, that_is_no_status_is_refused_and_nothing_of_it_printed)
 {
     const std::string full_packet(node::STATUS_PACKET, '[');
     const std::pair<std::vector<std::string>, const char*> answers[] = {
-        {{}, "no JSON"},
+        {{}, "gave no answer"},
         {{"\x1B[2Jnonsense"}, "no JSON"},
         {{std::string(GOOD, 100)}, "no JSON"},
         {{"{\"node\": \"\xFF\"}"}, "no JSON"},

@@ -3,7 +3,6 @@
 #include "tools/tessaly/code_texts.h"
 #include "tools/tessaly/names.h"
 
-#include "localnode/daemon/status_protocol.h"
 #include "verbs/catalogue.h"
 
 #include <cstdlib>
@@ -165,11 +164,13 @@ ending failed(const outcome& verb, clock::duration limit)
     if (verb.stopped == stop_cause::time_out) {
         const double seconds = std::chrono::duration<double>(limit).count();
         return {EXIT_TIME_OUT,
-                text_of("%s took longer than %g s (--timeout) and was cancelled. See whether the partner still runs.",
+                text_of("%s took longer than %g s (--timeout) and was cancelled. See whether the partner runs.",
                         verb.verb, seconds)};
     }
     if (verb.stopped == stop_cause::signal)
-        return {EXIT_VERB_FAILED, text_of("stopped by a signal; %s was cancelled and the partner told so.", verb.verb)};
+        return {EXIT_VERB_FAILED,
+                text_of("stopped by a signal: %s was cancelled, and a partner is told that the conversation is over.",
+                        verb.verb)};
 
     const auto primary = codes_of(code_kind::primary, verb.primary);
     const auto secondary = codes_of(code_kind::secondary, verb.secondary);
@@ -199,9 +200,8 @@ ending needs_a_shared_node()
     return {EXIT_NO_NODE,
             "TESSALY_NODE is not set, so the node is the one inside this process, and nobody else can be there.\n"
             "Both ends must share a node. Start one, and name its socket to both ends:\n"
-            "    tessaly-node &\n"
-            "    export TESSALY_NODE=unix:" +
-                std::string(node::DEFAULT_SOCKET)};
+            "    tessaly-node --socket /tmp/node.sock --foreground &\n"
+            "    export TESSALY_NODE=unix:/tmp/node.sock"};
 }
 
 }  // namespace tessaly::tool

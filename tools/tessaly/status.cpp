@@ -113,6 +113,8 @@ ending status(const status_options& options, std::FILE* out)
     std::string document;
     if (ending problem = ask(node.fd(), path, deadline, document); problem.code != EXIT_OK)
         return problem;
+    if (document.empty())
+        return {EXIT_VERB_FAILED, "the node at " + printable(path) + " gave no answer; is it of this version?"};
     std::string text;
     if (!status_tables(document, text))
         return {EXIT_VERB_FAILED, "the answer of " + printable(path) + " is no status document: " + text};
@@ -120,6 +122,9 @@ ending status(const status_options& options, std::FILE* out)
         document = text;
     else if (!document.ends_with('\n'))
         document += '\n';
+    if (::isatty(::fileno(out)) == 1)  // valid JSON has no other bytes that a terminal obeys
+        std::ranges::replace_if(
+            document, [](char c) { return c < 0 || c == 0x7F; }, '.');
     std::fwrite(document.data(), 1, document.size(), out);
     return {};
 }

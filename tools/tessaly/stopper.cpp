@@ -123,7 +123,7 @@ void stopper::watch()
         // Again and again: a thread may have begun its wait and not issued the verb yet.
         cancel_waits();
         if (cause_ != stop_cause::finished && clock::now() > stopped_at_ + END_LIMIT) {
-            say("tessaly: the node does not answer; the process ends, and the node tells the partner");
+            say("tessaly: what was to stop goes on; the process ends now, and the node tells the partner");
             ::_exit(cause_ == stop_cause::time_out ? EXIT_TIME_OUT : EXIT_VERB_FAILED);
         }
         changed_.wait_for(lock, CANCEL_AGAIN);
