@@ -100,6 +100,7 @@ const program_case cases[] = {
     {"receive A", "", 3, "", "Both ends must share a node"},
     {"receive A", NOWHERE, 3, "", "RECEIVE_ALLOCATE failed: COMMS_SUBSYSTEM_NOT_LOADED"},
     {"send missing.txt A B", NOWHERE, 2, "", "cannot open missing.txt: No such file"},
+    {"receive A -o /dev/null", NOWHERE, 2, "", "/dev/null is no regular file"},
     {"status", NOWHERE, 3, "", "no node answers at /nowhere/node.sock: No such file"},
     {"status --socket /elsewhere", NOWHERE, 3, "", "no node answers at /elsewhere"},
     {"status --socket "

@@ -157,7 +157,7 @@ ending serve_conversations(stopper& stop, const echo_options& options, bool talk
         outcome result = conv.accept(options.tp);
         if (result.ok()) {
             if (talks)
-                say("conversation with " + conv.partner_lu());
+                say("tessaly echo: conversation with " + conv.partner_lu());
             result = serve(conv);
         }
         if (result.stopped == stop_cause::time_out)

@@ -217,6 +217,9 @@ ending take_all(conversation& conv, const receive_options& options)
 
 ending receive_file(stopper& stop, const receive_options& options)
 {
+    struct stat about {};
+    if (!options.output.empty() && ::stat(options.output.c_str(), &about) == 0 && !S_ISREG(about.st_mode))
+        return {EXIT_USAGE, printable(options.output) + " is no regular file, so nothing can take its place"};
     conversation conv(stop, options.limit);
     const outcome result = conv.accept(options.tp);
     return result.ok() ? take_all(conv, options) : failed(result, options.limit);
