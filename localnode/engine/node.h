@@ -26,7 +26,7 @@ struct path_record {
     u32 id;
     client_id client;
     u32 number;   // the client's
-    bool failed;  // reported as failed; what still comes on it is ignored
+    bool failed;  // reported as failed, or lost; what still comes on it is ignored, and nothing is sent on it
     tp* user;     // null before the TP has started and after it has ended
 };
 

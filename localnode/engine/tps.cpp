@@ -98,7 +98,6 @@ void fail_lost_paths(node& n)
 {
     while (path_record* const path = n.lost.first()) {
         unlink(path->link);
-        path->failed = true;
         lose_user(n, *path);
     }
 }

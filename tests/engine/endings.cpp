@@ -95,6 +95,14 @@ TEST_F(Ending, comes_when_there_is_no_memory_for_an_answer)
     w.refuse_next = 1;
     c.issue(plain(FLUSH, at_c));
     EXPECT_EQ(outcome_of(d, left), LOST);
+
+    auto [e, f, at_e, at_f] = converse(w);
+    appc_deallocate last = deallocate(at_e);
+    last.format = 1;
+    last.forget_callback = 1;
+    w.refuse_next = 1;
+    e.issue(last);
+    EXPECT_TRUE(w.frames.empty()) << "nothing follows on a path that has lost a frame";
 }
 
 TEST_F(Ending, makes_room_for_any_number_of_conversations_to_come)
