@@ -22,21 +22,6 @@ u32 offered_to(program& tp)
     return ready && ready->app_rdy_status == VSM_ST_READY ? ready->attach_corr : 0;
 }
 
-void cancel_announcement(program& waiting)
-{
-    constexpr datagram_header header{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE};
-    waiting.w->datagram(waiting.client, cancel_announce_datagram{header, waiting.handle});
-}
-
-void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
-{
-    cpic_datagram datagram{};
-    datagram.header = {sizeof datagram, type};
-    name(datagram.tp_name.name, tp_name);
-    datagram.tp_name.length = type == DATAGRAM_REGISTER_CPIC ? static_cast<u32>(tp_name.size()) : 64;
-    w.datagram(client, datagram);
-}
-
 // An attach that is offered to b; c waits for the next.
 class Offer : public EngineTest {
 protected:
@@ -94,17 +79,17 @@ TEST_F(Attach, goes_to_a_tp_that_waits_for_its_name_and_lu)
 TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
 {
     program a = start_tp(w);
-    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "OTHER");
-    cpic(w, 3, DATAGRAM_REGISTER_CPIC, "ECHO");
+    w.datagram(2, cpic_name(DATAGRAM_REGISTER_CPIC, "OTHER"));
+    w.datagram(3, cpic_name(DATAGRAM_REGISTER_CPIC, "ECHO"));
     program b = announce(w, "", 2, "", true);
     converse_with(a, "ECHO");
     EXPECT_TRUE(w.frames.empty());
-    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "ECHO");
+    w.datagram(2, cpic_name(DATAGRAM_REGISTER_CPIC, "ECHO"));
     accept(b);
     program c = announce(w, "", 3, "", true);
     converse_with(a, "ANY");
     EXPECT_TRUE(w.frames.empty());
-    cpic(w, 3, DATAGRAM_UNREGISTER_CPIC, "ECHO");
+    w.datagram(3, cpic_name(DATAGRAM_UNREGISTER_CPIC, "ECHO"));
     accept(c);
 }
 
@@ -177,14 +162,14 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
 TEST_F(Attach, announcements_are_withdrawn_unless_matched)
 {
     program b = announce(w, "ECHO", 2);
-    cancel_announcement(b);
+    w.datagram(2, cancellation(b.handle));
     const auto ready = w.take_ready(b.client, b.handle);
     EXPECT_TRUE(ready && ready->app_rdy_status == VSM_ST_FAILED);
-    cancel_announcement(b);  // unknown by now
+    w.datagram(2, cancellation(b.handle));  // unknown by now
     program c = announce(w, "ECHO", 2);
     program a = start_tp(w);
     converse_with(a, "ECHO");
-    cancel_announcement(c);
+    w.datagram(2, cancellation(c.handle));
     accept(c);
 }
 

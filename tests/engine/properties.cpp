@@ -153,24 +153,12 @@ TEST_F(Properties, of_an_lu_count_its_conversations)
     EXPECT_EQ(count("NO NAME"), std::pair(-1, -1));
 }
 
-appc_send_conversation send_conversation(u16 pip_dlen, u16 dlen, u8 conv_type = APPC_MAPPED)
-{
-    auto verb = verb_of_tp<appc_send_conversation>(SEND_CONVERSATION);
-    verb.opext = conv_type == APPC_MAPPED ? APPC_MAPPED_CONVERSATION : 0;
-    verb.conv_type = conv_type;
-    alias(verb.plu_alias, "SERVER");
-    name(verb.tp_name, "ECHO");
-    verb.pip_dlen = pip_dlen;
-    verb.dlen = dlen;
-    return verb;
-}
-
 TEST_F(Properties, send_conversation_goes_the_whole_way)
 {
     for (const u8 type : {u8{APPC_MAPPED}, u8{APPC_BASIC}}) {
         program a = start_tp(w);
         const std::string_view data{type == APPC_MAPPED ? "PIPrecord" : "PIP\0\6reco", 9};
-        const auto sent = a.run(send_conversation(3, 6, type), as_bytes(data));
+        const auto sent = a.run(send_conversation("ECHO", 3, 6, type), as_bytes(data));
         EXPECT_EQ(sent.codes(), rc{});
         EXPECT_NE(sent.block.conv_group_id, 0u);
         program b = announce(w, "ECHO");
@@ -184,9 +172,9 @@ TEST_F(Properties, send_conversation_goes_the_whole_way)
         expect_told(b, verb, {data.substr(3), "900"});
     }
     program a = start_tp(w);
-    EXPECT_EQ(a.codes(send_conversation(0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
-    EXPECT_EQ(a.codes(send_conversation(2, 4), as_bytes("data")), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
-    a.send([&] { const auto v = send_conversation(2, 4); return a.compose(&v, as_bytes("longer than said")); }());
+    EXPECT_EQ(a.codes(send_conversation("ECHO", 0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
+    EXPECT_EQ(a.codes(send_conversation("ECHO", 2, 4), as_bytes("data")), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
+    a.send([&] { const auto v = send_conversation("ECHO", 2, 4); return a.compose(&v, as_bytes("longer than said")); }());
     EXPECT_TRUE(w.take(a.client, frame_kind::path_failed, a.path));
 }
 
