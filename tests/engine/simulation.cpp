@@ -240,7 +240,8 @@ void simulation::converse(player& p)
         say(p, block, verb);
     };
     const u32 sensible = t.ends[which].asked ? 12 : t.ends[which].has_turn ? 0 : 5 + any(6);
-    switch (once_in(2) ? sensible : any(22)) {
+    const u32 expedites = t.number % 8 == 0 && once_in(2) ? 19 + any(2) * 2 : 0;  // some talk much beside the flow
+    switch (expedites != 0 ? expedites : once_in(2) ? sensible : any(22)) {
     default: send_records(p, t, which); return;
     case 5:
     case 6:

@@ -9,6 +9,14 @@ if(TARGET engine_exhaustive)
     set_target_properties(engine_exhaustive PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)  # they are compiled without
 endif()
 
+# The engine once more for 64-bit machines; in one preset, since it is the same in all.
+if(TESSALY_32BIT AND NOT TESSALY_SANITIZE)
+    add_test(NAME "engine/builds and holds with 64 bits" COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/build_64.sh
+        ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}/engine_64 ${TESSALY_GOOGLETEST_DIR})
+    set_tests_properties("engine/builds and holds with 64 bits" PROPERTIES LABELS engine TIMEOUT 300 PROCESSORS 2
+        SKIP_RETURN_CODE 77)
+endif()
+
 # The picture of the state table in docs/.
 add_executable(state_table ${PROJECT_SOURCE_DIR}/tools/docs/state_table.cpp)
 set_target_properties(state_table PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
