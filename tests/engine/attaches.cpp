@@ -32,16 +32,6 @@ protected:
     u32 to_b = offered_to(b);
 };
 
-TEST_F(Attach, waits_with_its_data_for_a_later_receive_allocate)
-{
-    program a = start_tp(w);
-    const u32 conv = converse_with(a, "LATER");
-    EXPECT_EQ(a.codes(send_data(conv, APPC_SEND_DEALLOC_FLUSH), as_bytes("early")), rc{});
-    program b = announce(w, "LATER");
-    accept(b);
-    expect_told(b, receive(b.conv), {"early", "900"});
-}
-
 // clang-format off
 const struct {
     const char *why, *tp_name, *lu;
@@ -107,17 +97,6 @@ TEST_F(Offer, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID}));
 }
 
-TEST_F(Offer, refused_on_its_open_path_loses_nothing_that_was_sent)
-{
-    EXPECT_EQ(a.codes(send_data(conv), as_bytes("kept")), rc{});
-    b.open();
-    EXPECT_EQ(b.codes(taking(to_b)), rc{});
-    b.close();  // the application cancelled before the answer arrived
-    respond(b, to_b, ATTACH_REFUSED);
-    accept(c);
-    expect_told(c, receive(c.conv), {"kept"});
-}
-
 TEST_F(Offer, to_a_client_that_goes_is_made_to_the_next)
 {
     w.client_gone(2);
@@ -146,7 +125,6 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     const u32 silent = converse_with(a, "NOBODY");
     w.time(1500);
     const u32 asked = a.issue(confirm(converse_with(a, "NOBODY")));
-    const u32 received = a.issue(receive(converse_with(a, "NOBODY")));
     const u64 limit = w.node.deadline_ms().value_or(0);
     w.time(limit - 1);
     EXPECT_EQ(a.codes(send_data(silent), as_bytes("still")), rc{});
@@ -155,7 +133,6 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     EXPECT_EQ(w.node.deadline_ms(), limit + 500);
     w.time(limit + 500);
     EXPECT_EQ(outcome_of(a, asked), NOT_AVAILABLE);
-    EXPECT_EQ(outcome_of(a, received), NOT_AVAILABLE);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
 }
 
@@ -187,6 +164,20 @@ TEST_F(Attach, more_than_the_node_keeps_are_refused_at_once)
     program b = announce(w, "NOBODY");
     accept(b);
     converse_with(a, "NOBODY");  // one place is free again
+}
+
+TEST_F(Attach, reaches_an_lu_by_its_full_name_and_no_other_network)
+{
+    program b = announce(w, "ECHO", 2, "SERVER");
+    program a = start_tp(w);
+    appc_allocate verb = allocate("ECHO");
+    std::fill(std::begin(verb.plu_alias), std::end(verb.plu_alias), u8{0});
+    EXPECT_EQ(a.codes(verb), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS}));
+    name(verb.fqplu_name, "ELSEWHER.SERVER");
+    EXPECT_EQ(a.codes(verb), (rc{ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_NO_RETRY}));
+    name(verb.fqplu_name, "TESSALY.SERVER");
+    EXPECT_EQ(a.codes(verb), rc{});
+    accept(b);
 }
 
 }  // namespace

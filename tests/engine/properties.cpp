@@ -133,26 +133,6 @@ TEST_F(Properties, of_a_conversation_are_the_same_on_both_sides)
     EXPECT_EQ(a.run(type).block.conv_type, APPC_MAPPED) << "whichever way it is asked";
 }
 
-TEST_F(Properties, of_an_lu_count_its_conversations)
-{
-    program a = start_tp(w, 1, "HERE");
-    const auto count = [&](std::string_view partner) {
-        auto verb = verb_of_tp<appc_get_lu_status>(GET_LU_STATUS);
-        alias(verb.plu_alias, partner);
-        const auto [block, header, data] = a.run(verb);
-        EXPECT_TRUE(block.primary_rc != OK || block.zero_sess == (block.active_sess == 0));
-        return block.primary_rc == OK ? std::pair<int, int>{block.active_sess, block.local_zero_sess} : std::pair{-1, -1};
-    };
-    EXPECT_EQ(count(""), std::pair(0, 1));
-    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
-    a.run(allocate("ECHO"));
-    EXPECT_EQ(count("SERVER"), std::pair(2, 0));
-    EXPECT_EQ(count("OTHER"), std::pair(0, 0));
-    EXPECT_EQ(a.codes(deallocate(conv)), rc{});
-    EXPECT_EQ(count(""), std::pair(1, 0));
-    EXPECT_EQ(count("NO NAME"), std::pair(-1, -1));
-}
-
 TEST_F(Properties, send_conversation_goes_the_whole_way)
 {
     for (const u8 type : {u8{APPC_MAPPED}, u8{APPC_BASIC}}) {

@@ -122,27 +122,5 @@ TEST_F(Refusal, of_a_message_without_a_header_or_path)
     EXPECT_EQ(b.codes(tp_ended()), rc{}) << "another client's path of the same number is not this one";
 }
 
-TEST_F(Refusal, of_malformed_datagrams_is_silent)
-{
-    program a = start_tp(w);
-    announce_datagram datagram{};
-    datagram.header = {sizeof datagram, DATAGRAM_ANNOUNCE};
-    datagram.src_corr = 77;
-    bytes raw(sizeof datagram);
-    std::memcpy(raw.data(), &datagram, sizeof datagram);
-    for (const std::size_t size : {0u, 1u, 3u, 4u, 99u})
-        w.feed({.kind = frame_kind::datagram, .client = 2, .block = {raw.data(), size}});
-    raw[0] = 99;
-    w.feed({.kind = frame_kind::datagram, .client = 2, .block = raw});
-    raw[0] = 100;
-    raw[2] = 0x77;
-    w.feed({.kind = frame_kind::datagram, .client = 2, .block = raw});
-    datagram.header.type = DATAGRAM_ANNOUNCE;
-    datagram.tp_name.length = 65;
-    w.datagram(2, datagram);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
-    EXPECT_TRUE(w.frames.empty()) << "none of them announced anybody";
-}
-
 }  // namespace
 }  // namespace tessaly::node::playing

@@ -75,13 +75,6 @@ const std::map<std::string_view, u32 (*)(actor&, const step&)> verbs_by_name = {
 const std::map<std::string_view, void (*)(program&)> events_by_name = {
     {"closes",   [](program& tp) { tp.close(); }},
     {"gone",     [](program& tp) { tp.w->client_gone(tp.client); }},
-    {"babbles",  [](program& tp) {
-         const appc_tp_ended verb = tp_ended();
-         verb_bytes message = tp.compose(&verb, {});
-         message.header.msg_len += 1;
-         tp.send(message);
-         EXPECT_TRUE(tp.w->take(tp.client, frame_kind::path_failed, tp.path));
-     }},
 };
 const std::pair<u16, const char*> statuses[] = {
     {APPC_WR_DATA_INCOMPLETE, "~"}, {APPC_WR_DATA, "="}, {APPC_WR_SEND, "<send>"}, {APPC_WR_CONFIRM, "<confirm>"},
@@ -203,12 +196,6 @@ void expect_told(program& tp, const appc_receive& verb, std::initializer_list<st
 {
     for (const std::string_view next : expected)
         EXPECT_EQ(told(tp, tp.issue(verb)), next);
-}
-
-void expect_flows(program& a, u32 at_a, program& b, u32 at_b)
-{
-    EXPECT_EQ(a.codes(send_data(at_a), as_bytes("x")), rc{});
-    expect_told(b, receive(at_b), {"x"});
 }
 
 void ScriptTest::play(const std::string& script, u8 conv_type, u8 sync_level)

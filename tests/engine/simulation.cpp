@@ -194,7 +194,13 @@ void simulation::ask_or_register(player& p)
     const std::string program_name = NAMES[any(2)];
     std::set<std::string>& names = registered[p.client];
     switch (any(3)) {
-    case 0: say(p, verb_of_tp<appc_get_lu_status>(GET_LU_STATUS), {.opcode = GET_LU_STATUS}); return;
+    case 0: {
+        auto verb = verb_of_tp<appc_get_lu_status>(GET_LU_STATUS);
+        verb.plu_alias[0] = once_in(3) ? 'X' : ' ';  // nobody's, or any
+        std::fill(verb.plu_alias + 1, std::end(verb.plu_alias), u8{' '});
+        say(p, verb, {.opcode = GET_LU_STATUS, .type = verb.plu_alias[0]});
+        return;
+    }
     case 1: names.insert(program_name); tell(p.client, cpic_name(DATAGRAM_REGISTER_CPIC, program_name)); return;
     default: names.erase(program_name); tell(p.client, cpic_name(DATAGRAM_UNREGISTER_CPIC, program_name)); return;
     }
@@ -260,9 +266,9 @@ void simulation::converse(player& p)
     case 16: {
         appc_deallocate end = deallocate(conv, t.type == APPC_BASIC ? BASIC_ENDS[any(6)] : static_cast<u8>(any(4)));
         end.format = static_cast<u8>(any(2));
-        end.forget_callback = end.format;
+        end.forget_callback = static_cast<u8>(any(2));
         verb.opcode = DEALLOCATE;
-        verb.type = end.format;
+        verb.type = end.format == 1 && end.forget_callback != 0;
         t.ends[1 - which].may_learn.insert(CODES_OF_ENDS[end.dealloc_type]);
         say(p, end, verb);
         return;
@@ -339,7 +345,11 @@ void simulation::tell(client_id client, Datagram content)
 {
     if (client == VANDAL && once_in(4))
         reinterpret_cast<u8*>(&content)[any(u32{sizeof content})] ^= static_cast<u8>(1u << any(8));
-    datagram(client, content);
+    bytes raw(sizeof content);
+    std::memcpy(raw.data(), &content, raw.size());
+    if (client == VANDAL && once_in(8))
+        raw.resize(any(static_cast<u32>(raw.size()) + 9));
+    feed({.kind = frame_kind::datagram, .client = client, .block = raw});
     look_at_frames();
 }
 

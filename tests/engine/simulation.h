@@ -78,7 +78,6 @@ public:
     bool run(u32 events);
     bool leave();
 
-    u32 digest = 0;  // of all frames: equal seeds, equal frames
     u32 events = 0;
     std::string fault;
 
@@ -116,7 +115,7 @@ private:
     void take_conversation_answer(player& p, const issued& verb, const got& frame);
     void take_received(talk& t, u32 which, const got& frame);
     bool take_data(talk& t, u32 which, u32 expedited, std::span<const u8> came, bool stream);
-    void take_lu_status(const player& p, const u8* block);
+    void take_lu_status(const player& p, const issued& verb, const u8* block);
     void take_offer_for(player& p, const got& frame);
     bool is_honest(const player& p) const { return p.client != VANDAL; }
     void take_ending(talk& t, u32 which, const issued& verb, u16 code);
