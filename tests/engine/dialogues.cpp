@@ -165,12 +165,6 @@ constexpr const char* questions[] = {
     // data, end, confirmed
     "a send.6 x => waits | b get => x | b get => <confirm, end> | b confirmed | a then => ok | a state => 100/2000000"
     " | b state => 100/2000000",
-    // every kind of question refused
-    "a confirm => waits | b get => <confirm> | b end.3 | a then => 500 | b state => 100/2000000 | a state => 100/2000000",
-    // a turn refused
-    "a turn.2 => waits | b get => <confirm, send> | b end.3 | a then => 500",
-    // an end refused for good
-    "a send.6 x => waits | b get => x | b get => <confirm, end> | b end.3 | a then => 500 | a state => 100/2000000",
 };
 
 constexpr const char* no_questions[] = {
@@ -259,56 +253,6 @@ TEST_F(Dialogue, asks_and_gets_an_answer_where_there_is_a_sync_level)
 TEST_F(Dialogue, is_passed_by_what_both_kinds_of_conversation_have)
 {
     play(asides);
-}
-
-TEST_F(Dialogue, makes_the_sender_wait_when_nobody_receives)
-{
-    const std::string small_records = [] {
-        std::string all;
-        while (all.size() < 60'000)
-            all += std::string{'\0', '\3', 'x'};
-        return all;
-    }();
-    for (const u8 type : {u8{APPC_MAPPED}, u8{APPC_BASIC}}) {
-        auto [a, b, at_a, at_b] = converse(w, APPC_SYNC_NONE, type);
-        auto send = send_data(at_a);
-        auto receive_all = receive(at_b, 60'000);
-        send.opext = receive_all.opext = type;
-        u32 sends = 0;
-        u32 held = 0;
-        rc last;
-        while (last == rc{} && sends++ < 1000)
-            last = outcome_of(a, held = a.issue(send, as_bytes(small_records)));
-        ASSERT_EQ(last, WAITS) << "no limit to what the node keeps";
-        EXPECT_EQ(a.codes(send, as_bytes("xxx")), (rc{STATE_CHECK, APPC_SEC_SEND_DATA_NOT_SEND_STATE}));
-        while (last == WAITS && sends-- > 0) {
-            EXPECT_TRUE(b.run(receive_all).text() == small_records);
-            last = outcome_of(a, held);
-        }
-        EXPECT_EQ(last, rc{});
-    }
-}
-
-struct end {
-    const char *how, *partner_learns;
-    bool takes_waiting_verbs_along = true;  // without an answer
-};
-
-constexpr end ends[] = {
-    {"end.3", "500", false}, {"cancel", "500"}, {"leave", "500"}, {"closes", "1000"}, {"gone", "1000"},
-};
-
-TEST_F(Dialogue, ends_for_the_partner_whatever_ends_it)
-{
-    for (const end& each : ends) {
-        const std::string how = each.how, learns = std::string(" => ") + each.partner_learns;
-        play("a send words | a " + how + " | b get => words | b get" + learns + " | b get => 100/2000000");
-        play("b get => waits | a " + how + " | b then" + learns);
-        play("a send unread | b " + how + " | a send x" + learns);
-        if (each.takes_waiting_verbs_along)
-            play("b get => waits | b test-post => waits | b x-wait => waits | b " + how + " | b then => waits | a get" +
-                 learns);
-    }
 }
 
 }  // namespace

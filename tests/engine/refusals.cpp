@@ -38,7 +38,7 @@ TEST_F(Refusal, of_wrong_fields_of_allocate_says_which)
     EXPECT_EQ(a.codes(allocate("ECHO"), bytes(0x8000)), (rc{PARAMETER_CHECK, APPC_SEC_PIP_LEN_INCORRECT}));
 }
 
-TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_and_of_a_wrong_tp)
+TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_of_an_implied_forget_and_of_a_wrong_tp)
 {
     auto [a, b, at_a, at_b] = converse(w);
     appc_send_data missing = send_data(at_a);
@@ -46,16 +46,11 @@ TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_and_of_a_wrong_tp)
     EXPECT_EQ(a.codes(missing), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
     EXPECT_EQ(a.codes(send_expedited(at_a), bytes(87)), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
     EXPECT_EQ(a.codes(send_expedited(at_a), bytes(86)), rc{}) << "the most that there may be";
-    a.tp_id[0] ^= 1;
-    EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
-}
-
-TEST_F(Refusal, of_an_implied_forget_is_all_that_a_program_gets_for_its_own)
-{
-    auto [a, b, at_a, at_b] = converse(w);
     const u32 number = a.issue(conversation_verb<appc_get_type>(IMPLIED_FORGET, at_a, [](auto&) {}));
     EXPECT_EQ(outcome_of(a, number), (rc{FUNCTION_NOT_SUPPORTED, 0}));
     EXPECT_EQ(state_of(a, at_a), APPC_STATE_SEND);
+    a.tp_id[0] ^= 1;
+    EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
 }
 
 struct malformation {

@@ -217,6 +217,8 @@ void simulation::send_records(player& p, talk& t, u32 which)
         last = {};
         say(p, send_data(t.ends[which].conv, type), {.opcode = SEND_DATA, .type = type, .about = &t, .which = which},
             make_data(t, which, 0, sequence));
+        if (t.checked && t.type == APPC_MAPPED && flood && (t.ends[which].sent[0] - t.ends[1 - which].received[0]) > 286)
+            wrong("the node keeps any number of records");  // of 60000 bytes: 16 MiB and some
         if (last != rc{} || t.ends[which].over || p.now != phase::running)
             return;
     }
@@ -246,18 +248,15 @@ void simulation::converse(player& p)
         say(p, block, verb);
     };
     const u32 sensible = t.ends[which].asked ? 12 : t.ends[which].has_turn ? 0 : 5 + any(6);
-    const u32 expedites = t.number % 8 == 0 && once_in(2) ? 19 + any(2) * 2 : 0;  // some talk much beside the flow
+    const u32 expedites = t.number % 4 == 0 && once_in(2) ? 19 + any(2) * 2 : 0;  // some talk much beside the flow
+    // clang-format off
     switch (expedites != 0 ? expedites : once_in(2) ? sensible : any(22)) {
     default: send_records(p, t, which); return;
-    case 5:
-    case 6:
-    case 7: receiving(RECEIVE_AND_WAIT); return;
-    case 8:
-    case 9: receiving(RECEIVE_IMMEDIATE); return;
+    case 5: case 6: case 7: receiving(RECEIVE_AND_WAIT); return;
+    case 8: case 9: receiving(RECEIVE_IMMEDIATE); return;
     case 10: receiving(RECEIVE_AND_POST); return;
     case 11: verb.opcode = CONFIRM; say(p, confirm(conv), verb); return;
-    case 12:
-    case 13: plainly(CONFIRMED); return;
+    case 12: case 13: plainly(CONFIRMED); return;
     case 14:
         verb.opcode = PREPARE_TO_RECEIVE;
         say(p, prepare_to_receive(conv, static_cast<u8>(any(3)), static_cast<u8>(any(2))), verb);
@@ -299,6 +298,7 @@ void simulation::converse(player& p)
     }
     case 21: send_expedited(p, t, which); return;
     }
+    // clang-format on
 }
 
 // A bit here, a length there.

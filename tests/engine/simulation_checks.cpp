@@ -385,7 +385,7 @@ constexpr u32 EVENTS_OF_A_WORLD = 5000;
 
 TEST(Simulation, holds_whatever_clients_do)
 {
-    const u32 events = setting("TESSALY_SIMULATION_EVENTS", 100'000);
+    const u32 events = setting("TESSALY_SIMULATION_EVENTS", 200'000);
     u32 done = 0;
     for (u32 seed = setting("TESSALY_SIMULATION_SEED", 1); done < events; ++seed) {
         simulation world(seed);
