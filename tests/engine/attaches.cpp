@@ -1,5 +1,5 @@
 // How an ALLOCATE finds the TP that takes it: waiting ones, later ones, those that refuse, and none.
-#include "tests/engine/scripts.h"
+#include "tests/engine/playing.h"
 
 namespace tessaly::node::playing {
 namespace {

@@ -67,11 +67,6 @@ u8* world::add(client_id client, frame_kind kind, u32 path, u32 size)
     return frames.back().content.data();
 }
 
-void world::feed(const frame& input)
-{
-    node.accept(input, *this);
-}
-
 template <typename Wanted>
 static std::optional<got> take_first(std::vector<got>& frames, Wanted wanted)
 {
@@ -263,11 +258,6 @@ appc_send_conversation send_conversation(std::string_view tp_name, u16 pip_dlen,
     verb.pip_dlen = pip_dlen;
     verb.dlen = static_cast<u16>(dlen);
     return verb;
-}
-
-u8 state_of(program& tp, u32 conv)
-{
-    return tp.run(conversation_verb<appc_get_state>(GET_STATE, conv, [](auto&) {})).block.conv_state;
 }
 
 rc outcome_of(program& tp, u32 pend_handle)

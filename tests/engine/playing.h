@@ -77,7 +77,7 @@ class world : public frame_sink {
 public:
     u8* add(client_id client, frame_kind kind, u32 path, u32 size) override;
 
-    void feed(const frame& input);
+    void feed(const frame& input) { node.accept(input, *this); }
     void time(u64 now_ms) { feed({.kind = frame_kind::time_passed, .now_ms = now_ms}); }
     void client_gone(client_id client) { feed({.kind = frame_kind::client_gone, .client = client}); }
 
@@ -231,7 +231,6 @@ inline appc_receive_expedited_data receive_expedited(u32 conv, u16 max_len = 100
                                                           [=](auto& v) { v.max_len = max_len; v.rtn_ctl = rtn_ctl; });
 }
 inline appc_tp_ended tp_ended() { return verb_of_tp<appc_tp_ended>(TP_ENDED); }
-u8 state_of(program& tp, u32 conv);
 // clang-format on
 
 inline std::span<const u8> as_bytes(std::string_view text)

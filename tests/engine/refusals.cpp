@@ -48,7 +48,6 @@ TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_of_an_implied_forget_an
     EXPECT_EQ(a.codes(send_expedited(at_a), bytes(86)), rc{}) << "the most that there may be";
     const u32 number = a.issue(conversation_verb<appc_get_type>(IMPLIED_FORGET, at_a, [](auto&) {}));
     EXPECT_EQ(outcome_of(a, number), (rc{FUNCTION_NOT_SUPPORTED, 0}));
-    EXPECT_EQ(state_of(a, at_a), APPC_STATE_SEND);
     a.tp_id[0] ^= 1;
     EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
 }

@@ -177,18 +177,6 @@ void play_step(actor& by, step s)
 
 }  // namespace
 
-std::string told(program& tp, u32 pend_handle)
-{
-    actor by{tp, 0, APPC_MAPPED};
-    return outcome(by, pend_handle);
-}
-
-void expect_told(program& tp, const appc_receive& verb, std::initializer_list<std::string_view> expected)
-{
-    for (const std::string_view next : expected)
-        EXPECT_EQ(told(tp, tp.issue(verb)), next);
-}
-
 void ScriptTest::play(const std::string& script, u8 conv_type, u8 sync_level)
 {
     SCOPED_TRACE(script);

@@ -14,16 +14,6 @@ constexpr u16 CODES_OF_ENDS[] = {DEALLOC_NORMAL, DEALLOC_NORMAL, DEALLOC_NORMAL,
                                  DEALLOC_ABEND_PROG, DEALLOC_ABEND_SVC, DEALLOC_ABEND_TIMER};
 constexpr u16 INQUIRIES[] = {GET_TYPE, GET_STATE, GET_ATTRIBUTES, TEST_RTS, REQUEST_TO_SEND, FLUSH};
 
-template <typename Verb>
-Verb about(u16 opcode, u32 conv)
-{
-    Verb verb{};
-    verb.opcode = opcode;
-    verb.opext = APPC_MAPPED_CONVERSATION;
-    verb.conv_id = conv;
-    return verb;
-}
-
 }  // namespace
 
 bytes make_data(const talk& t, u32 which, u32 expedited, u32 sequence)
@@ -280,7 +270,7 @@ void simulation::converse(player& p)
         return;
     case 18:
         verb.opcode = INQUIRIES[any(6)];
-        say(p, about<appc_get_attributes>(verb.opcode, conv), verb);
+        say(p, conversation_verb<appc_get_attributes>(verb.opcode, conv, [](auto&) {}), verb);
         return;
     case 19: {
         verb.opcode = any(2) != 0 ? u16{RECEIVE_EXPEDITED_DATA} : u16{TEST_RTS_AND_POST};
