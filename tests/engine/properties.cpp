@@ -153,7 +153,8 @@ TEST_F(Properties, send_conversation_goes_the_whole_way)
         EXPECT_EQ(b.codes(verb), (rc{DEALLOC_NORMAL, 0}));
     }
     program a = start_tp(w);
-    EXPECT_EQ(a.codes(send_conversation("ECHO", 0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
+    EXPECT_EQ(a.codes(send_conversation("ECHO", 0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})),
+              (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
     EXPECT_EQ(a.codes(send_conversation("ECHO", 2, 4), as_bytes("data")), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
     a.send([&] { const auto v = send_conversation("ECHO", 2, 4); return a.compose(&v, as_bytes("longer than said")); }());
     EXPECT_TRUE(w.take(a.client, frame_kind::path_failed, a.path));

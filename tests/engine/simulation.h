@@ -101,7 +101,7 @@ private:
     void end_client(client_id client);
     void send_records(player& p, talk& t, u32 which);
     void send_expedited(player& p, talk& t, u32 which);
-    bool ends_agree(talk& t);
+    void ends_agree(talk& t);
     char drain(talk& t, u32 which);
     void spoil(verb_bytes& message);
 
