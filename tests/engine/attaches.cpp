@@ -171,12 +171,8 @@ TEST_F(Attach, is_waited_for_by_a_limited_number_of_a_clients_tps)
     for (u32 i = 0; i < 1000; ++i)
         announce(w, "ECHO", 2);
     program one_too_many = announce(w, "ECHO", 2);
-    program of_another = announce(w, "LATER", 3);
     const auto told = w.take_ready(2, one_too_many.handle);
     EXPECT_TRUE(told && told->app_rdy_status == VSM_ST_FAILED);
-    program a = start_tp(w);
-    converse_with(a, "LATER");
-    accept(of_another);
 }
 
 TEST_F(Attach, reaches_an_lu_by_its_full_name_and_no_other_network)

@@ -7,11 +7,6 @@ namespace {
 using Dialogue = ScriptTest;
 
 constexpr const char* mapped[] = {
-    // a record in pieces
-    "b get.4 => waits | a send abcdefghij | a send XY | b then => abcd~ | b get.0 => ~ | b get.4 => efgh~ | b get.4 => ij"
-    " | b get => XY",
-    // status with the last data
-    "a send one | a send.3 two | b get-all => one | b get-all.2 => tw~ | b get-all.2 => o<send> | b state => 4",
     // status with data for a waiting receive
     "b get-all => waits | a send.6 all => waits | b then => all<confirm, end> | b confirmed | a then => ok",
     // long locks
@@ -77,10 +72,6 @@ constexpr const char* basic_records[] = {
     " | b error.1 | a flush => 1300",
     // a program's end
     "a send _5a | b get => waits | a end.4 | b then => _5a~ | b get => 600",
-    // a service's end
-    "a end.5 | b get => 700",
-    // a timer's end
-    "b end.6 _5abx | a send _2 => 800",
     // log data of an error
     "a error _7abxyz | b get => c00",
     // inside a record
@@ -161,9 +152,6 @@ constexpr const char* questions[] = {
     "a turn.0 => waits | b get => <confirm, send> | b confirmed | a then => ok | a state => 3 | b state => 2",
     // end, sync level, confirmed
     "a end.0 => waits | b get => <confirm, end> | b confirmed | a then => ok | a state => 100/2000000"
-    " | b state => 100/2000000",
-    // data, end, confirmed
-    "a send.6 x => waits | b get => x | b get => <confirm, end> | b confirmed | a then => ok | a state => 100/2000000"
     " | b state => 100/2000000",
 };
 

@@ -233,11 +233,6 @@ void accept(program& waiting)
     EXPECT_EQ(taken->codes(), rc{});
 }
 
-void respond(program& waiting, u32 attach_corr, u32 reason)
-{
-    waiting.w->datagram(waiting.client, response(attach_corr, reason));
-}
-
 appc_allocate allocate(std::string_view tp_name, u8 sync_level, u8 conv_type)
 {
     return conversation_verb<appc_allocate>(ALLOCATE, 0, [=](auto& verb) {

@@ -177,7 +177,7 @@ inline attach_response_datagram response(u32 attach_corr, u32 reason)
 program announce(world& w, std::string_view tp_name, client_id client = 2, std::string_view lu = "", bool cpic = false);
 std::optional<answered<appc_receive_allocate>> receive_allocate(program& waiting);
 void accept(program& waiting);
-void respond(program& waiting, u32 attach_corr, u32 reason);
+inline void respond(program& to, u32 attach_corr, u32 reason) { to.w->datagram(to.client, response(attach_corr, reason)); }
 
 // What became of a verb that was issued; WAITS when it has no answer yet.
 inline constexpr rc WAITS{0xEEEE, 0};

@@ -1,8 +1,20 @@
 // What the engine does not accept: verbs in the wrong state, wrong fields, and messages that are not what they say.
 #include "tests/engine/playing.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
+
+static unsigned refuse_allocation = 0;  // the how manieth from now on
+
+void* operator new(std::size_t size)
+{
+    void* const memory = refuse_allocation != 0 && --refuse_allocation == 0 ? nullptr : std::malloc(size);
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tessaly::node::playing {
 namespace {
@@ -17,7 +29,6 @@ const struct {
 } wrong_allocates[] = {
     {"basic verb",  [](auto& verb) { verb.opext = 0; },                   {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
     {"basic type",  [](auto& verb) { verb.conv_type = APPC_BASIC; },      {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
-    {"no type",     [](auto& verb) { verb.conv_type = 2; },               {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
     {"sync level",  [](auto& verb) { verb.sync_level = 2; },              {PARAMETER_CHECK, APPC_SEC_BAD_SYNC_LEVEL}},
     {"rtn_ctl",     [](auto& verb) { verb.rtn_ctl = 3; },                 {PARAMETER_CHECK, APPC_SEC_BAD_RETURN_CONTROL}},
     {"security",    [](auto& verb) { verb.security = 3; },                {PARAMETER_CHECK, APPC_SEC_BAD_SECURITY}},
@@ -97,6 +108,22 @@ TEST_F(Refusal, of_a_malformed_message_fails_its_path_and_no_other)
         EXPECT_TRUE(w.frames.empty()) << "what still comes on a failed path is ignored";
         EXPECT_EQ(b.codes(receive(at_b)), (rc{CONV_FAILURE_NO_RETRY, 0}));
     }
+}
+
+TEST_F(Refusal, of_a_path_for_want_of_memory_leaves_the_others_alone)
+{
+    program a = start_tp(w);
+    bool refused = true;
+    for (u32 nth = 1; refused; ++nth) {
+        program b{w, 50 + nth};
+        refuse_allocation = nth;
+        b.open();
+        refused = std::exchange(refuse_allocation, 0) == 0;
+        EXPECT_EQ(w.take(b.client, frame_kind::path_failed, b.path).has_value(), refused);
+        EXPECT_EQ(w.node.counts().paths, refused ? 1u : 2u);
+        EXPECT_GT(nth, refused ? 0u : 2u) << "nothing was refused";
+    }
+    EXPECT_EQ(a.codes(tp_ended()), rc{});
 }
 
 TEST_F(Refusal, of_a_message_without_a_header_or_path)

@@ -56,13 +56,10 @@ void simulation::wrong(const std::string& what)
 void simulation::note(const player& p, const char* what, u16 opcode, const issued& verb)
 {
     static const bool tells = std::getenv("TESSALY_SIMULATION_STORY") != nullptr;
-    if (!tells)
-        return;
-    std::cout << events << ": client " << p.client << " path " << p.path << ' ' << what << " 0x" << std::hex << opcode
-              << std::dec;
-    if (verb.about != nullptr)
-        std::cout << " type " << u32{verb.type} << " talk " << verb.about->number << " end " << verb.which;
-    std::cout << ' ' << last << '\n';
+    if (tells)
+        std::cout << events << ": client " << p.client << " path " << p.path << ' ' << what << " 0x" << std::hex << opcode
+                  << " type " << u32{verb.type} << std::dec << " talk " << (verb.about != nullptr ? verb.about->number : 0)
+                  << " end " << verb.which << ' ' << last << '\n';
 }
 
 void simulation::look_at_frames()
