@@ -6,6 +6,12 @@
 
 namespace tessaly {
 
+// Where the pointer that the caller has at this offset ends at the node: it has 8 bytes there, aligned.
+constexpr u32 end_of_slot(u32 pointer) noexcept
+{
+    return (pointer + 7) / 8 * 8 + 8;
+}
+
 // Widens a block, whose buffer must have room for format.node_length bytes. Result: by how many bytes it grew.
 u16 widen_block(u8* block, const block_format& format) noexcept;
 

@@ -1,6 +1,7 @@
 // Matches attaches with announced TPs, in the order in which both came.
 #include "localnode/engine/attaches.h"
 
+#include "localnode/engine/clients.h"
 #include "localnode/engine/conversations.h"
 #include "localnode/engine/replies.h"
 
@@ -12,6 +13,8 @@ namespace {
 
 constexpr u64 ATTACH_LIMIT_MS = 30'000;
 constexpr u32 MOST_ATTACHES = 1000;
+constexpr u32 MOST_ANNOUNCED = 1000;  // of a client
+constexpr u32 MOST_NAMES = 1000;      // of a client
 
 // The name in a datagram; none when its length cannot be.
 std::optional<tp_name> name_of(const counted_tp_name& counted) noexcept
@@ -23,25 +26,26 @@ std::optional<tp_name> name_of(const counted_tp_name& counted) noexcept
     return name_in<tp_name>(used);
 }
 
-bool has_registered(node& n, client_id client, const tp_name* program) noexcept
+bool is_at_lu_of(const announced_tp& waiting, const conv_side& incoming) noexcept
 {
-    return n.name_table.first_where([&](const registered_name& name) {
-        return name.client == client && (program == nullptr || name.program == *program);
-    }) != nullptr;
+    return waiting.lu == ANY_LU || waiting.lu == incoming.local_lu;
 }
 
 bool accepts(node& n, const announced_tp& waiting, const conv_side& incoming) noexcept
 {
-    if (waiting.lu != ANY_LU && waiting.lu != incoming.local_lu)
+    if (!is_at_lu_of(waiting, incoming))
         return false;
-    if (waiting.registered_names)
-        return has_registered(n, waiting.client, &incoming.program) || !has_registered(n, waiting.client, nullptr);
+    if (waiting.registered_names) {
+        const std::set<tp_name>& names = find_client(n, waiting.client)->names;
+        return names.empty() || names.contains(incoming.program);
+    }
     return is_blank(waiting.program) || waiting.program == incoming.program;
 }
 
 void forget_announcement(node& n, announced_tp& waiting) noexcept
 {
     unlink(waiting.link);
+    find_client(n, waiting.client)->announced.erase(waiting.tp_handle);
     n.announced_table.give_back(waiting);
 }
 
@@ -68,12 +72,33 @@ bool offer_to_waiting(node& n, attach& arrived)
     return true;
 }
 
-// After a change of what announced TPs accept.
-void offer_what_waits(node& n)
+// Offers the TP the first attach that fits. False when there is none.
+template <typename Fits>
+bool find_offer(node& n, announced_tp& waiting, Fits fits)
 {
-    for (attach* arrived = n.attaches.first(); arrived != nullptr; arrived = n.attaches.after(*arrived))
-        if (arrived->offered_to == 0)
-            offer_to_waiting(n, *arrived);
+    attach* arrived = n.attaches.first();
+    while (arrived != nullptr && (arrived->offered_to != 0 || !fits(*arrived->side)))
+        arrived = n.attaches.after(*arrived);
+    if (arrived == nullptr)
+        return false;
+    const client_id client = waiting.client;
+    const u32 tp_handle = waiting.tp_handle;
+    forget_announcement(n, waiting);
+    offer(n, *arrived, client, tp_handle);
+    return true;
+}
+
+// To those of a client's TPs that go by its registered names: they now accept this one, or without one any.
+void offer_by_name(node& n, client_id client, const tp_name* program)
+{
+    announced_tp* next = n.announced.first();
+    while (announced_tp* const waiting = next) {
+        next = n.announced.after(*waiting);
+        if (waiting->client == client && waiting->registered_names)
+            find_offer(n, *waiting, [&](const conv_side& incoming) {
+                return (program == nullptr || incoming.program == *program) && is_at_lu_of(*waiting, incoming);
+            });
+    }
 }
 
 void list_attach(node& n, attach& arrived) noexcept
@@ -97,16 +122,21 @@ void give_up(node& n, attach& arrived)
 
 announced_tp* find_announced(node& n, client_id client, u32 tp_handle) noexcept
 {
-    announced_tp* waiting = n.announced.first();
-    while (waiting != nullptr && (waiting->client != client || waiting->tp_handle != tp_handle))
-        waiting = n.announced.after(*waiting);
-    return waiting;
+    const client_record* const found = find_client(n, client);
+    return found != nullptr ? find_in(found->announced, tp_handle) : nullptr;
 }
 
-registered_name* find_name(node& n, client_id client, const tp_name& program) noexcept
+// Null when the client has too many already, or there is no memory.
+announced_tp* new_announcement(node& n, client_id client, u32 tp_handle) noexcept
 {
-    return n.name_table.first_where(
-        [&](const registered_name& name) { return name.client == client && name.program == program; });
+    client_record* const of = client_of(n, client);
+    if (of == nullptr || of->announced.size() >= MOST_ANNOUNCED)
+        return nullptr;
+    announced_tp* const made = n.announced_table.take();
+    if (made == nullptr || keep(of->announced, {tp_handle, made}))
+        return made;
+    n.announced_table.give_back(*made);
+    return nullptr;
 }
 
 void read_announcement(announced_tp& waiting, client_id client, const announce_datagram& datagram,
@@ -176,7 +206,7 @@ void announce(node& n, client_id client, const announce_datagram& datagram)
         return;
     if (announced_tp* const earlier = find_announced(n, client, datagram.src_corr))
         forget_announcement(n, *earlier);
-    announced_tp* const waiting = n.announced_table.take();
+    announced_tp* const waiting = new_announcement(n, client, datagram.src_corr);
     if (waiting == nullptr) {
         send_announcement_failed(n, client, datagram.src_corr);
         return;
@@ -184,14 +214,7 @@ void announce(node& n, client_id client, const announce_datagram& datagram)
     init_link(*waiting);
     read_announcement(*waiting, client, datagram, *program);
     n.announced.append(*waiting);
-
-    attach* arrived = n.attaches.first();
-    while (arrived != nullptr && (arrived->offered_to != 0 || !accepts(n, *waiting, *arrived->side)))
-        arrived = n.attaches.after(*arrived);
-    if (arrived != nullptr) {
-        forget_announcement(n, *waiting);
-        offer(n, *arrived, client, datagram.src_corr);
-    }
+    find_offer(n, *waiting, [&](const conv_side& incoming) { return accepts(n, *waiting, incoming); });
 }
 
 void cancel_announcement(node& n, client_id client, const cancel_announce_datagram& datagram)
@@ -216,39 +239,30 @@ void attach_response(node& n, client_id client, const attach_response_datagram& 
 void register_name(node& n, client_id client, const cpic_datagram& datagram)
 {
     const std::optional<tp_name> program = name_of(datagram.tp_name);
-    if (!program || find_name(n, client, *program) != nullptr)
-        return;
-    if (registered_name* const name = n.name_table.take()) {
-        name->client = client;
-        name->program = *program;
-    }
-    offer_what_waits(n);
+    client_record* const of = program ? client_of(n, client) : nullptr;
+    if (of != nullptr && of->names.size() < MOST_NAMES && keep(of->names, *program))
+        offer_by_name(n, client, &*program);
 }
 
 void unregister_name(node& n, client_id client, const cpic_datagram& datagram)
 {
     const std::optional<tp_name> program = name_of(datagram.tp_name);
-    if (!program)
-        return;
-    if (registered_name* const name = find_name(n, client, *program))
-        n.name_table.give_back(*name);
-    offer_what_waits(n);  // a client without names accepts any
+    client_record* const of = program ? find_client(n, client) : nullptr;
+    if (of != nullptr && of->names.erase(*program) != 0 && of->names.empty())
+        offer_by_name(n, client, nullptr);
 }
 
-void forget_client(node& n, client_id client)
+void forget_waiting(node& n, client_id client, client_record& leaving)
 {
-    n.announced_table.for_each([&](announced_tp& waiting) {
-        if (waiting.client == client)
-            forget_announcement(n, waiting);
-    });
-    n.name_table.for_each([&](registered_name& name) {
-        if (name.client == client)
-            n.name_table.give_back(name);
-    });
-    n.attach_table.for_each([&](attach& offered) {
-        if (offered.offered_to == client && is_linked(offered.link))
-            refuse_attach(n, offered);
-    });
+    while (!leaving.announced.empty())
+        forget_announcement(n, *leaving.announced.begin()->second);
+    leaving.names.clear();
+    attach* next = n.attaches.first();
+    while (attach* const offered = next) {
+        next = n.attaches.after(*offered);
+        if (offered->offered_to == client)
+            refuse_attach(n, *offered);
+    }
 }
 
 void expire_attaches(node& n)

@@ -27,7 +27,7 @@ void register_name(node& n, client_id client, const cpic_datagram& datagram);
 void unregister_name(node& n, client_id client, const cpic_datagram& datagram);
 
 // A client that is gone waits no more, and takes nothing that was offered to it.
-void forget_client(node& n, client_id client);
+void forget_waiting(node& n, client_id client, client_record& leaving);
 
 void expire_attaches(node& n);
 

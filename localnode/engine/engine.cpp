@@ -2,6 +2,7 @@
 #include "localnode/engine/engine.h"
 
 #include "localnode/engine/attaches.h"
+#include "localnode/engine/clients.h"
 #include "localnode/engine/datagrams.h"
 #include "localnode/engine/tps.h"
 #include "localnode/engine/verbs.h"
@@ -49,6 +50,11 @@ std::optional<u64> engine::deadline_ms() const
     if (oldest == nullptr)
         return std::nullopt;
     return oldest->deadline_ms;
+}
+
+record_counts engine::counts() const
+{
+    return count_records(state_->all);
 }
 
 }  // namespace tessaly::node

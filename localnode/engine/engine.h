@@ -47,6 +47,19 @@ public:
     virtual u8* add(client_id client, frame_kind kind, u32 path, u32 bytes) = 0;
 };
 
+// Records that the engine keeps.
+struct record_counts {
+    u32 paths = 0;
+    u32 tps = 0;
+    u32 sides = 0;  // of conversations
+    u32 attaches = 0;
+    u32 announcements = 0;
+    u32 names = 0;        // registered for CPI-C
+    u32 lost_paths = 0;   // between two frames none
+    u32 unreachable = 0;  // of all these, records that nothing will ever use or release; always 0
+    bool operator==(const record_counts&) const = default;
+};
+
 class engine {
 public:
     engine();
@@ -59,6 +72,9 @@ public:
 
     // When to feed the next time_passed frame; none while nothing waits for time.
     std::optional<u64> deadline_ms() const;
+
+    // Looks at every record.
+    record_counts counts() const;
 
 private:
     class state;

@@ -11,16 +11,6 @@ namespace layouts_detail {
 
 inline constexpr u32 WORD = sizeof(u32);
 
-// Where the node has the pointer that the caller has at this offset, and where it ends: 8 bytes, aligned.
-constexpr u32 slot_of(u32 pointer) noexcept
-{
-    return (pointer + 7) & ~7u;
-}
-constexpr u32 end_of_slot(u32 pointer) noexcept
-{
-    return slot_of(pointer) + 8;
-}
-
 // What lies behind a pointer is a few words, in any layout.
 inline void copy_words(u8* to, const u8* from, u32 bytes) noexcept
 {

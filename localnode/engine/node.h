@@ -15,6 +15,9 @@
 #include "verbs/catalogue.h"
 #include "wire/verb_message.h"
 
+#include <map>
+#include <set>
+
 namespace tessaly::node {
 
 struct tp;
@@ -26,7 +29,7 @@ struct path_record {
     u32 id;
     client_id client;
     u32 number;   // the client's
-    bool failed;  // reported as failed; what still comes on it is ignored
+    bool failed;  // reported as failed, or lost; what still comes on it is ignored, and nothing is sent on it
     tp* user;     // null before the TP has started and after it has ended
 };
 
@@ -171,11 +174,11 @@ struct announced_tp {
     lu_alias lu;            // blanks: any
 };
 
-// A TP name that a client registered for CPI-C. attaches.
-struct registered_name {
-    u32 id;
-    client_id client;
-    tp_name program;
+// What a client has here. In use from the first of it until the client is gone. clients.
+struct client_record {
+    std::map<u32, path_record*> paths;       // by the client's number
+    std::map<u32, announced_tp*> announced;  // by the client's name for the TP
+    std::set<tp_name> names;                 // registered for CPI-C
 };
 
 struct node {
@@ -194,7 +197,7 @@ struct node {
     slot_table<conv_side> side_table;
     slot_table<attach> attach_table;
     slot_table<announced_tp> announced_table;
-    slot_table<registered_name> name_table;
+    std::map<client_id, client_record> clients;
 
     list_head<attach> attaches;         // by deadline
     list_head<announced_tp> announced;  // first come, first served

@@ -34,10 +34,11 @@ constexpr status_bytes status_of(u16 opcode) noexcept
     }
 }
 
+// Whatever is still sent on the path stops at send_verb.
 void lose(node& n, path_record& path) noexcept
 {
-    if (!is_linked(path.link))
-        n.lost.append(path);
+    path.failed = true;
+    n.lost.append(path);
 }
 
 // Whether the library keeps the DEALLOCATE for an implied forget: byte 32 tells that the program wants one.
@@ -59,9 +60,11 @@ void copy_header(verb_message_header& to, const verb_message_header& from) noexc
         std::memcpy(dest + at, source + at, BLOCK_STEP);
 }
 
-// Result: where the data go; null when there is no memory.
+// The only way in which a message leaves. Result: where the data go; null when the path has failed or there is no memory.
 u8* send_verb(node& n, path_record& path, verb_ref verb, u32 data_bytes)
 {
+    if (path.failed)
+        return nullptr;
     const block_format& layout = verb.layout;
     const u32 buf_len = HEADER_BYTES + layout.node_length;
     u8* const frame = n.output->add(path.client, frame_kind::message, path.number, buf_len + data_bytes);
@@ -102,8 +105,6 @@ void send_datagram(node& n, client_id client, const appl_ready_datagram& datagra
 
 u8* begin_answer(node& n, path_record& path, verb_ref verb, u32 data_bytes)
 {
-    if (path.failed)
-        return nullptr;
     u8* const data = send_verb(n, path, verb, data_bytes);
     if (expects_forget(verb))
         send_forget(n, path, verb);

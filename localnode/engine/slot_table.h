@@ -23,6 +23,7 @@ public:
         slot& taken = at(free_);
         free_ = taken.next_free;
         taken.record.id = taken.next_id;
+        ++in_use_;
         return &taken.record;
     }
 
@@ -33,6 +34,7 @@ public:
         record.id = 0;
         at(number).next_free = free_;
         free_ = number;
+        --in_use_;
     }
 
     // Gives a record in use another number, so that the old one names nothing any more.
@@ -52,17 +54,9 @@ public:
         return record.id == id ? &record : nullptr;
     }
 
-    // The first record in use, in slot order, that is wanted; null when there is none.
-    template <typename Wanted>
-    Record* first_where(Wanted wanted) noexcept
-    {
-        for (u32 number = 0; number < slots_; ++number)
-            if (Record& record = at(number).record; record.id != 0 && wanted(record))
-                return &record;
-        return nullptr;
-    }
+    u32 in_use() const noexcept { return in_use_; }
 
-    // Calls visit(record) for all in use; it may give back any record of the table.
+    // Calls visit(record) for all in use.
     template <typename Visit>
     void for_each(Visit visit) noexcept
     {
@@ -107,6 +101,7 @@ private:
 
     std::array<std::unique_ptr<slot[]>, CHUNKS> chunks_;
     u32 slots_ = 0;
+    u32 in_use_ = 0;
     u32 free_ = NO_SLOT;
 };
 

@@ -2,6 +2,7 @@ target_sources(tessaly_engine PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/engine.cpp
     ${CMAKE_CURRENT_LIST_DIR}/verbs.cpp
     ${CMAKE_CURRENT_LIST_DIR}/datagrams.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/clients.cpp
     ${CMAKE_CURRENT_LIST_DIR}/tps.cpp
     ${CMAKE_CURRENT_LIST_DIR}/lu_names.cpp
     ${CMAKE_CURRENT_LIST_DIR}/allocate.cpp

@@ -2,6 +2,7 @@
 #include "localnode/engine/tps.h"
 
 #include "localnode/engine/attaches.h"
+#include "localnode/engine/clients.h"
 #include "localnode/engine/conversations.h"
 #include "localnode/engine/replies.h"
 
@@ -63,18 +64,23 @@ void init_path(path_record& path, client_id client, u32 number) noexcept
 
 path_record* find_path(node& n, client_id client, u32 number) noexcept
 {
-    return n.path_table.first_where(
-        [=](const path_record& path) { return path.client == client && path.number == number; });
+    const client_record* const found = find_client(n, client);
+    return found != nullptr ? find_in(found->paths, number) : nullptr;
 }
 
 void open_path(node& n, client_id client, u32 number)
 {
     if (path_record* const open = find_path(n, client, number))
         close_path(n, *open);
-    if (path_record* const path = n.path_table.take())
+    client_record* const of = client_of(n, client);
+    path_record* const path = of != nullptr ? n.path_table.take() : nullptr;
+    if (path != nullptr && keep(of->paths, {number, path})) {
         init_path(*path, client, number);
-    else
-        send_path_failed(n, client, number);
+        return;
+    }
+    if (path != nullptr)
+        n.path_table.give_back(*path);
+    send_path_failed(n, client, number);
 }
 
 void close_path(node& n, path_record& path)
@@ -82,6 +88,7 @@ void close_path(node& n, path_record& path)
     lose_user(n, path);
     if (is_linked(path.link))
         unlink(path.link);
+    find_client(n, path.client)->paths.erase(path.number);
     n.path_table.give_back(path);
 }
 
@@ -98,19 +105,22 @@ void fail_lost_paths(node& n)
 {
     while (path_record* const path = n.lost.first()) {
         unlink(path->link);
-        path->failed = true;
         lose_user(n, *path);
     }
 }
 
 void client_gone(node& n, client_id client)
 {
-    const auto of_client = [client](const path_record& path) { return path.client == client; };
+    client_record* const leaving = find_client(n, client);
+    if (leaving == nullptr)
+        return;
     // It is told nothing any more, not even by a conversation of which it had both sides.
-    n.path_table.for_each([&](path_record& path) { path.failed = path.failed || of_client(path); });
-    forget_client(n, client);
-    while (path_record* const path = n.path_table.first_where(of_client))
-        close_path(n, *path);
+    for (const auto& [number, path] : leaving->paths)
+        path->failed = true;
+    forget_waiting(n, client, *leaving);
+    while (!leaving->paths.empty())
+        close_path(n, *leaving->paths.begin()->second);
+    n.clients.erase(client);
 }
 
 tp* begin_tp(node& n, path_record& path, u32 client_corr)

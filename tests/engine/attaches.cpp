@@ -1,5 +1,5 @@
 // How an ALLOCATE finds the TP that takes it: waiting ones, later ones, those that refuse, and none.
-#include "tests/engine/scripts.h"
+#include "tests/engine/playing.h"
 
 namespace tessaly::node::playing {
 namespace {
@@ -22,21 +22,6 @@ u32 offered_to(program& tp)
     return ready && ready->app_rdy_status == VSM_ST_READY ? ready->attach_corr : 0;
 }
 
-void cancel_announcement(program& waiting)
-{
-    constexpr datagram_header header{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE};
-    waiting.w->datagram(waiting.client, cancel_announce_datagram{header, waiting.handle});
-}
-
-void cpic(world& w, client_id client, u16 type, std::string_view tp_name)
-{
-    cpic_datagram datagram{};
-    datagram.header = {sizeof datagram, type};
-    name(datagram.tp_name.name, tp_name);
-    datagram.tp_name.length = type == DATAGRAM_REGISTER_CPIC ? static_cast<u32>(tp_name.size()) : 64;
-    w.datagram(client, datagram);
-}
-
 // An attach that is offered to b; c waits for the next.
 class Offer : public EngineTest {
 protected:
@@ -46,16 +31,6 @@ protected:
     u32 conv = converse_with(a, "ECHO");
     u32 to_b = offered_to(b);
 };
-
-TEST_F(Attach, waits_with_its_data_for_a_later_receive_allocate)
-{
-    program a = start_tp(w);
-    const u32 conv = converse_with(a, "LATER");
-    EXPECT_EQ(a.codes(send_data(conv, APPC_SEND_DEALLOC_FLUSH), as_bytes("early")), rc{});
-    program b = announce(w, "LATER");
-    accept(b);
-    expect_told(b, receive(b.conv), {"early", "900"});
-}
 
 // clang-format off
 const struct {
@@ -94,17 +69,17 @@ TEST_F(Attach, goes_to_a_tp_that_waits_for_its_name_and_lu)
 TEST_F(Attach, is_taken_by_cpic_for_registered_names_of_the_same_client_only)
 {
     program a = start_tp(w);
-    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "OTHER");
-    cpic(w, 3, DATAGRAM_REGISTER_CPIC, "ECHO");
+    w.datagram(2, cpic_name(DATAGRAM_REGISTER_CPIC, "OTHER"));
+    w.datagram(3, cpic_name(DATAGRAM_REGISTER_CPIC, "ECHO"));
     program b = announce(w, "", 2, "", true);
     converse_with(a, "ECHO");
     EXPECT_TRUE(w.frames.empty());
-    cpic(w, 2, DATAGRAM_REGISTER_CPIC, "ECHO");
+    w.datagram(2, cpic_name(DATAGRAM_REGISTER_CPIC, "ECHO"));
     accept(b);
     program c = announce(w, "", 3, "", true);
     converse_with(a, "ANY");
     EXPECT_TRUE(w.frames.empty());
-    cpic(w, 3, DATAGRAM_UNREGISTER_CPIC, "ECHO");
+    w.datagram(3, cpic_name(DATAGRAM_UNREGISTER_CPIC, "ECHO"));
     accept(c);
 }
 
@@ -120,17 +95,6 @@ TEST_F(Offer, goes_to_the_next_when_it_is_refused_and_back_when_there_is_none)
     respond(c, to_c, ATTACH_REFUSED);
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), NOT_AVAILABLE);
     EXPECT_EQ(a.codes(send_data(conv), as_bytes("gone")), (rc{PARAMETER_CHECK, APPC_SEC_BAD_CONV_ID}));
-}
-
-TEST_F(Offer, refused_on_its_open_path_loses_nothing_that_was_sent)
-{
-    EXPECT_EQ(a.codes(send_data(conv), as_bytes("kept")), rc{});
-    b.open();
-    EXPECT_EQ(b.codes(taking(to_b)), rc{});
-    b.close();  // the application cancelled before the answer arrived
-    respond(b, to_b, ATTACH_REFUSED);
-    accept(c);
-    expect_told(c, receive(c.conv), {"kept"});
 }
 
 TEST_F(Offer, to_a_client_that_goes_is_made_to_the_next)
@@ -161,7 +125,6 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     const u32 silent = converse_with(a, "NOBODY");
     w.time(1500);
     const u32 asked = a.issue(confirm(converse_with(a, "NOBODY")));
-    const u32 received = a.issue(receive(converse_with(a, "NOBODY")));
     const u64 limit = w.node.deadline_ms().value_or(0);
     w.time(limit - 1);
     EXPECT_EQ(a.codes(send_data(silent), as_bytes("still")), rc{});
@@ -170,21 +133,20 @@ TEST_F(Attach, ends_with_its_time_limit_whatever_the_allocator_does_meanwhile)
     EXPECT_EQ(w.node.deadline_ms(), limit + 500);
     w.time(limit + 500);
     EXPECT_EQ(outcome_of(a, asked), NOT_AVAILABLE);
-    EXPECT_EQ(outcome_of(a, received), NOT_AVAILABLE);
     EXPECT_EQ(w.node.deadline_ms(), std::nullopt);
 }
 
 TEST_F(Attach, announcements_are_withdrawn_unless_matched)
 {
     program b = announce(w, "ECHO", 2);
-    cancel_announcement(b);
+    w.datagram(2, cancellation(b.handle));
     const auto ready = w.take_ready(b.client, b.handle);
     EXPECT_TRUE(ready && ready->app_rdy_status == VSM_ST_FAILED);
-    cancel_announcement(b);  // unknown by now
+    w.datagram(2, cancellation(b.handle));  // unknown by now
     program c = announce(w, "ECHO", 2);
     program a = start_tp(w);
     converse_with(a, "ECHO");
-    cancel_announcement(c);
+    w.datagram(2, cancellation(c.handle));
     accept(c);
 }
 
@@ -202,6 +164,29 @@ TEST_F(Attach, more_than_the_node_keeps_are_refused_at_once)
     program b = announce(w, "NOBODY");
     accept(b);
     converse_with(a, "NOBODY");  // one place is free again
+}
+
+TEST_F(Attach, is_waited_for_by_a_limited_number_of_a_clients_tps)
+{
+    for (u32 i = 0; i < 1000; ++i)
+        announce(w, "ECHO", 2);
+    program one_too_many = announce(w, "ECHO", 2);
+    const auto told = w.take_ready(2, one_too_many.handle);
+    EXPECT_TRUE(told && told->app_rdy_status == VSM_ST_FAILED);
+}
+
+TEST_F(Attach, reaches_an_lu_by_its_full_name_and_no_other_network)
+{
+    program b = announce(w, "ECHO", 2, "SERVER");
+    program a = start_tp(w);
+    appc_allocate verb = allocate("ECHO");
+    std::fill(std::begin(verb.plu_alias), std::end(verb.plu_alias), u8{0});
+    EXPECT_EQ(a.codes(verb), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS}));
+    name(verb.fqplu_name, "ELSEWHER.SERVER");
+    EXPECT_EQ(a.codes(verb), (rc{ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_NO_RETRY}));
+    name(verb.fqplu_name, "TESSALY.SERVER");
+    EXPECT_EQ(a.codes(verb), rc{});
+    accept(b);
 }
 
 }  // namespace

@@ -67,11 +67,6 @@ u8* world::add(client_id client, frame_kind kind, u32 path, u32 size)
     return frames.back().content.data();
 }
 
-void world::feed(const frame& input)
-{
-    node.accept(input, *this);
-}
-
 template <typename Wanted>
 static std::optional<got> take_first(std::vector<got>& frames, Wanted wanted)
 {
@@ -183,18 +178,32 @@ program start_tp(world& w, client_id client, std::string_view lu)
     return tp;
 }
 
-program announce(world& w, std::string_view tp_name, client_id client, std::string_view lu, bool cpic)
+announce_datagram announcement(u32 tp_handle, std::string_view tp_name, std::string_view lu, bool cpic)
 {
-    program tp{w, client};
     announce_datagram datagram{};
     datagram.header = {sizeof datagram, DATAGRAM_ANNOUNCE};
-    datagram.src_corr = tp.handle;
+    datagram.src_corr = tp_handle;
     if (!cpic) {
         name(datagram.tp_name.name, tp_name);
         datagram.tp_name.length = static_cast<u32>(tp_name.size());
     }
     alias(datagram.lu_alias, lu);
-    w.datagram(client, datagram);
+    return datagram;
+}
+
+cpic_datagram cpic_name(u16 type, std::string_view tp_name)
+{
+    cpic_datagram datagram{};
+    datagram.header = {sizeof datagram, type};
+    name(datagram.tp_name.name, tp_name);
+    datagram.tp_name.length = type == DATAGRAM_REGISTER_CPIC ? static_cast<u32>(tp_name.size()) : 64;
+    return datagram;
+}
+
+program announce(world& w, std::string_view tp_name, client_id client, std::string_view lu, bool cpic)
+{
+    program tp{w, client};
+    w.datagram(client, announcement(tp.handle, tp_name, lu, cpic));
     return tp;
 }
 
@@ -224,18 +233,10 @@ void accept(program& waiting)
     EXPECT_EQ(taken->codes(), rc{});
 }
 
-void respond(program& waiting, u32 attach_corr, u32 reason)
-{
-    waiting.w->datagram(
-        waiting.client,
-        attach_response_datagram{
-            {sizeof(attach_response_datagram), DATAGRAM_ATTACH_RESPONSE}, reason, attach_corr, NODE_ADDRESS});
-}
-
-appc_allocate allocate(std::string_view tp_name, u8 sync_level)
+appc_allocate allocate(std::string_view tp_name, u8 sync_level, u8 conv_type)
 {
     return conversation_verb<appc_allocate>(ALLOCATE, 0, [=](auto& verb) {
-        verb.conv_type = APPC_MAPPED;
+        verb.opext = verb.conv_type = conv_type;
         verb.sync_level = sync_level;
         alias(verb.plu_alias, "SERVER");
         name(verb.mode_name, "INTER");
@@ -243,9 +244,15 @@ appc_allocate allocate(std::string_view tp_name, u8 sync_level)
     });
 }
 
-u8 state_of(program& tp, u32 conv)
+appc_send_conversation send_conversation(std::string_view tp_name, u16 pip_dlen, std::size_t dlen, u8 conv_type)
 {
-    return tp.run(conversation_verb<appc_get_state>(GET_STATE, conv, [](auto&) {})).block.conv_state;
+    auto verb = verb_of_tp<appc_send_conversation>(SEND_CONVERSATION);
+    verb.opext = verb.conv_type = conv_type;
+    alias(verb.plu_alias, "SERVER");
+    name(verb.tp_name, tp_name);
+    verb.pip_dlen = pip_dlen;
+    verb.dlen = static_cast<u16>(dlen);
+    return verb;
 }
 
 rc outcome_of(program& tp, u32 pend_handle)
@@ -265,10 +272,7 @@ pair converse(world& w, u8 sync_level, u8 conv_type)
 {
     program b = announce(w, "ECHO");
     program a = start_tp(w);
-    appc_allocate verb = allocate("ECHO", sync_level);
-    verb.conv_type = conv_type;
-    verb.opext = conv_type == APPC_MAPPED ? APPC_MAPPED_CONVERSATION : 0;
-    const auto allocated = a.run(verb);
+    const auto allocated = a.run(allocate("ECHO", sync_level, conv_type));
     EXPECT_EQ(allocated.codes(), rc{});
     accept(b);
     return {a, b, allocated.block.conv_id, b.conv};

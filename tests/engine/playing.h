@@ -77,7 +77,7 @@ class world : public frame_sink {
 public:
     u8* add(client_id client, frame_kind kind, u32 path, u32 size) override;
 
-    void feed(const frame& input);
+    void feed(const frame& input) { node.accept(input, *this); }
     void time(u64 now_ms) { feed({.kind = frame_kind::time_passed, .now_ms = now_ms}); }
     void client_gone(client_id client) { feed({.kind = frame_kind::client_gone, .client = client}); }
 
@@ -161,15 +161,35 @@ public:
 
 program start_tp(world& w, client_id client = 1, std::string_view lu = "");
 
+// Datagrams.
+announce_datagram announcement(u32 tp_handle, std::string_view tp_name, std::string_view lu = "", bool cpic = false);
+cpic_datagram cpic_name(u16 type, std::string_view tp_name);
+inline cancel_announce_datagram cancellation(u32 tp_handle)
+{
+    return {{sizeof(cancel_announce_datagram), DATAGRAM_CANCEL_ANNOUNCE}, tp_handle};
+}
+inline attach_response_datagram response(u32 attach_corr, u32 reason)
+{
+    return {{sizeof(attach_response_datagram), DATAGRAM_ATTACH_RESPONSE}, reason, attach_corr, NODE_ADDRESS};
+}
+
 // A TP that waits for a conversation; accept sends its RECEIVE_ALLOCATE once the node has found it one.
 program announce(world& w, std::string_view tp_name, client_id client = 2, std::string_view lu = "", bool cpic = false);
 std::optional<answered<appc_receive_allocate>> receive_allocate(program& waiting);
 void accept(program& waiting);
-void respond(program& waiting, u32 attach_corr, u32 reason);
+inline void respond(program& to, u32 attach_corr, u32 reason) { to.w->datagram(to.client, response(attach_corr, reason)); }
 
 // What became of a verb that was issued; WAITS when it has no answer yet.
 inline constexpr rc WAITS{0xEEEE, 0};
 rc outcome_of(program& tp, u32 pend_handle);
+
+template <typename Verb>
+Verb verb_of_tp(u16 opcode)
+{
+    Verb verb{};
+    verb.opcode = opcode;
+    return verb;
+}
 
 // Blocks of verbs on a mapped conversation.
 template <typename Verb, typename Fill>
@@ -183,7 +203,8 @@ Verb conversation_verb(u16 opcode, u32 conv, Fill fill)
     return verb;
 }
 // clang-format off
-appc_allocate allocate(std::string_view tp_name, u8 sync_level = APPC_SYNC_CONFIRM);
+appc_allocate allocate(std::string_view tp_name, u8 sync_level = APPC_SYNC_CONFIRM, u8 conv_type = APPC_MAPPED);
+appc_send_conversation send_conversation(std::string_view tp_name, u16 pip_dlen, std::size_t dlen, u8 conv_type = APPC_MAPPED);
 inline appc_send_data send_data(u32 conv, u8 type = APPC_SEND_NONE)
 { return conversation_verb<appc_send_data>(SEND_DATA, conv, [=](auto& v) { v.type = type; }); }
 inline appc_receive receive(u32 conv, u16 max_len = 0xFFFF, u8 rtn_status = 0, u16 opcode = RECEIVE_AND_WAIT)
@@ -209,10 +230,7 @@ inline appc_receive_expedited_data receive_expedited(u32 conv, u16 max_len = 100
     return conversation_verb<appc_receive_expedited_data>(RECEIVE_EXPEDITED_DATA, conv,
                                                           [=](auto& v) { v.max_len = max_len; v.rtn_ctl = rtn_ctl; });
 }
-template <typename Verb>
-Verb verb_of_tp(u16 opcode) { Verb verb{}; verb.opcode = opcode; return verb; }
 inline appc_tp_ended tp_ended() { return verb_of_tp<appc_tp_ended>(TP_ENDED); }
-u8 state_of(program& tp, u32 conv);
 // clang-format on
 
 inline std::span<const u8> as_bytes(std::string_view text)

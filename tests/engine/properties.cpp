@@ -1,5 +1,5 @@
 // What the node carries and tells: names, users, units of work, PIP data, sessions; and SEND_CONVERSATION.
-#include "tests/engine/scripts.h"
+#include "tests/engine/playing.h"
 
 #include <cstring>
 #include <map>
@@ -133,44 +133,12 @@ TEST_F(Properties, of_a_conversation_are_the_same_on_both_sides)
     EXPECT_EQ(a.run(type).block.conv_type, APPC_MAPPED) << "whichever way it is asked";
 }
 
-TEST_F(Properties, of_an_lu_count_its_conversations)
-{
-    program a = start_tp(w, 1, "HERE");
-    const auto count = [&](std::string_view partner) {
-        auto verb = verb_of_tp<appc_get_lu_status>(GET_LU_STATUS);
-        alias(verb.plu_alias, partner);
-        const auto [block, header, data] = a.run(verb);
-        EXPECT_TRUE(block.primary_rc != OK || block.zero_sess == (block.active_sess == 0));
-        return block.primary_rc == OK ? std::pair<int, int>{block.active_sess, block.local_zero_sess} : std::pair{-1, -1};
-    };
-    EXPECT_EQ(count(""), std::pair(0, 1));
-    const u32 conv = a.run(allocate("ECHO")).block.conv_id;
-    a.run(allocate("ECHO"));
-    EXPECT_EQ(count("SERVER"), std::pair(2, 0));
-    EXPECT_EQ(count("OTHER"), std::pair(0, 0));
-    EXPECT_EQ(a.codes(deallocate(conv)), rc{});
-    EXPECT_EQ(count(""), std::pair(1, 0));
-    EXPECT_EQ(count("NO NAME"), std::pair(-1, -1));
-}
-
-appc_send_conversation send_conversation(u16 pip_dlen, u16 dlen, u8 conv_type = APPC_MAPPED)
-{
-    auto verb = verb_of_tp<appc_send_conversation>(SEND_CONVERSATION);
-    verb.opext = conv_type == APPC_MAPPED ? APPC_MAPPED_CONVERSATION : 0;
-    verb.conv_type = conv_type;
-    alias(verb.plu_alias, "SERVER");
-    name(verb.tp_name, "ECHO");
-    verb.pip_dlen = pip_dlen;
-    verb.dlen = dlen;
-    return verb;
-}
-
 TEST_F(Properties, send_conversation_goes_the_whole_way)
 {
     for (const u8 type : {u8{APPC_MAPPED}, u8{APPC_BASIC}}) {
         program a = start_tp(w);
         const std::string_view data{type == APPC_MAPPED ? "PIPrecord" : "PIP\0\6reco", 9};
-        const auto sent = a.run(send_conversation(3, 6, type), as_bytes(data));
+        const auto sent = a.run(send_conversation("ECHO", 3, 6, type), as_bytes(data));
         EXPECT_EQ(sent.codes(), rc{});
         EXPECT_NE(sent.block.conv_group_id, 0u);
         program b = announce(w, "ECHO");
@@ -181,12 +149,14 @@ TEST_F(Properties, send_conversation_goes_the_whole_way)
         appc_receive verb = receive(b.conv);
         verb.opext = type;
         verb.fill = APPC_FILL_LL;
-        expect_told(b, verb, {data.substr(3), "900"});
+        EXPECT_EQ(b.run(verb).text(), data.substr(3));
+        EXPECT_EQ(b.codes(verb), (rc{DEALLOC_NORMAL, 0}));
     }
     program a = start_tp(w);
-    EXPECT_EQ(a.codes(send_conversation(0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})), (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
-    EXPECT_EQ(a.codes(send_conversation(2, 4), as_bytes("data")), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
-    a.send([&] { const auto v = send_conversation(2, 4); return a.compose(&v, as_bytes("longer than said")); }());
+    EXPECT_EQ(a.codes(send_conversation("ECHO", 0, 3, APPC_BASIC), as_bytes({"\0\4x", 3})),
+              (rc{PARAMETER_CHECK, APPC_SEC_BAD_LL}));
+    EXPECT_EQ(a.codes(send_conversation("ECHO", 2, 4), as_bytes("data")), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
+    a.send([&] { const auto v = send_conversation("ECHO", 2, 4); return a.compose(&v, as_bytes("longer than said")); }());
     EXPECT_TRUE(w.take(a.client, frame_kind::path_failed, a.path));
 }
 

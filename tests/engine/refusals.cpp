@@ -1,8 +1,20 @@
 // What the engine does not accept: verbs in the wrong state, wrong fields, and messages that are not what they say.
 #include "tests/engine/playing.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
+
+static unsigned refuse_allocation = 0;  // the how manieth from now on
+
+void* operator new(std::size_t size)
+{
+    void* const memory = refuse_allocation != 0 && --refuse_allocation == 0 ? nullptr : std::malloc(size);
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace tessaly::node::playing {
 namespace {
@@ -17,7 +29,6 @@ const struct {
 } wrong_allocates[] = {
     {"basic verb",  [](auto& verb) { verb.opext = 0; },                   {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
     {"basic type",  [](auto& verb) { verb.conv_type = APPC_BASIC; },      {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
-    {"no type",     [](auto& verb) { verb.conv_type = 2; },               {PARAMETER_CHECK, APPC_SEC_BAD_CONV_TYPE}},
     {"sync level",  [](auto& verb) { verb.sync_level = 2; },              {PARAMETER_CHECK, APPC_SEC_BAD_SYNC_LEVEL}},
     {"rtn_ctl",     [](auto& verb) { verb.rtn_ctl = 3; },                 {PARAMETER_CHECK, APPC_SEC_BAD_RETURN_CONTROL}},
     {"security",    [](auto& verb) { verb.security = 3; },                {PARAMETER_CHECK, APPC_SEC_BAD_SECURITY}},
@@ -38,7 +49,7 @@ TEST_F(Refusal, of_wrong_fields_of_allocate_says_which)
     EXPECT_EQ(a.codes(allocate("ECHO"), bytes(0x8000)), (rc{PARAMETER_CHECK, APPC_SEC_PIP_LEN_INCORRECT}));
 }
 
-TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_and_of_a_wrong_tp)
+TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_of_an_implied_forget_and_of_a_wrong_tp)
 {
     auto [a, b, at_a, at_b] = converse(w);
     appc_send_data missing = send_data(at_a);
@@ -46,16 +57,10 @@ TEST_F(Refusal, of_data_that_do_not_come_or_are_too_many_and_of_a_wrong_tp)
     EXPECT_EQ(a.codes(missing), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
     EXPECT_EQ(a.codes(send_expedited(at_a), bytes(87)), (rc{PARAMETER_CHECK, APPC_SEC_INVALID_DATA_SEGMENT}));
     EXPECT_EQ(a.codes(send_expedited(at_a), bytes(86)), rc{}) << "the most that there may be";
-    a.tp_id[0] ^= 1;
-    EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
-}
-
-TEST_F(Refusal, of_an_implied_forget_is_all_that_a_program_gets_for_its_own)
-{
-    auto [a, b, at_a, at_b] = converse(w);
     const u32 number = a.issue(conversation_verb<appc_get_type>(IMPLIED_FORGET, at_a, [](auto&) {}));
     EXPECT_EQ(outcome_of(a, number), (rc{FUNCTION_NOT_SUPPORTED, 0}));
-    EXPECT_EQ(state_of(a, at_a), APPC_STATE_SEND);
+    a.tp_id[0] ^= 1;
+    EXPECT_EQ(a.codes(plain(FLUSH, at_a)), (rc{PARAMETER_CHECK, SEC_BAD_TP_ID}));
 }
 
 struct malformation {
@@ -105,6 +110,22 @@ TEST_F(Refusal, of_a_malformed_message_fails_its_path_and_no_other)
     }
 }
 
+TEST_F(Refusal, of_a_path_for_want_of_memory_leaves_the_others_alone)
+{
+    program a = start_tp(w);
+    bool refused = true;
+    for (u32 nth = 1; refused; ++nth) {
+        program b{w, 50 + nth};
+        refuse_allocation = nth;
+        b.open();
+        refused = std::exchange(refuse_allocation, 0) == 0;
+        EXPECT_EQ(w.take(b.client, frame_kind::path_failed, b.path).has_value(), refused);
+        EXPECT_EQ(w.node.counts().paths, refused ? 1u : 2u);
+        EXPECT_GT(nth, refused ? 0u : 2u) << "nothing was refused";
+    }
+    EXPECT_EQ(a.codes(tp_ended()), rc{});
+}
+
 TEST_F(Refusal, of_a_message_without_a_header_or_path)
 {
     program a = start_tp(w);
@@ -120,28 +141,6 @@ TEST_F(Refusal, of_a_message_without_a_header_or_path)
     stranger.send(stranger.compose(&static_cast<const appc_tp_ended&>(tp_ended()), {}));
     EXPECT_TRUE(w.take(5, frame_kind::path_failed, b.path));
     EXPECT_EQ(b.codes(tp_ended()), rc{}) << "another client's path of the same number is not this one";
-}
-
-TEST_F(Refusal, of_malformed_datagrams_is_silent)
-{
-    program a = start_tp(w);
-    announce_datagram datagram{};
-    datagram.header = {sizeof datagram, DATAGRAM_ANNOUNCE};
-    datagram.src_corr = 77;
-    bytes raw(sizeof datagram);
-    std::memcpy(raw.data(), &datagram, sizeof datagram);
-    for (const std::size_t size : {0u, 1u, 3u, 4u, 99u})
-        w.feed({.kind = frame_kind::datagram, .client = 2, .block = {raw.data(), size}});
-    raw[0] = 99;
-    w.feed({.kind = frame_kind::datagram, .client = 2, .block = raw});
-    raw[0] = 100;
-    raw[2] = 0x77;
-    w.feed({.kind = frame_kind::datagram, .client = 2, .block = raw});
-    datagram.header.type = DATAGRAM_ANNOUNCE;
-    datagram.tp_name.length = 65;
-    w.datagram(2, datagram);
-    EXPECT_EQ(a.codes(allocate("ECHO")), rc{});
-    EXPECT_TRUE(w.frames.empty()) << "none of them announced anybody";
 }
 
 }  // namespace

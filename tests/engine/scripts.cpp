@@ -68,20 +68,7 @@ const std::map<std::string_view, u32 (*)(actor&, const step&)> verbs_by_name = {
     {"error-odd", DOES { return issue(by, send_error(by.conv, 2)); }},
     {"x-odd",     DOES { return issue(by, receive_expedited(by.conv, 9, 2)); }},
     {"other-type", DOES { actor other = by; other.conv_type ^= 1; return issue(other, plain(FLUSH, by.conv)); }},
-    {"cancel",    DOES { return issue(by, plain(CANCEL_CONV, by.conv)); }},
-    {"leave",     DOES { return issue(by, tp_ended()); }},
     {"state",     DOES { return issue(by, conversation_verb<appc_get_state>(GET_STATE, by.conv, [](auto&) {})); }},
-};
-const std::map<std::string_view, void (*)(program&)> events_by_name = {
-    {"closes",   [](program& tp) { tp.close(); }},
-    {"gone",     [](program& tp) { tp.w->client_gone(tp.client); }},
-    {"babbles",  [](program& tp) {
-         const appc_tp_ended verb = tp_ended();
-         verb_bytes message = tp.compose(&verb, {});
-         message.header.msg_len += 1;
-         tp.send(message);
-         EXPECT_TRUE(tp.w->take(tp.client, frame_kind::path_failed, tp.path));
-     }},
 };
 const std::pair<u16, const char*> statuses[] = {
     {APPC_WR_DATA_INCOMPLETE, "~"}, {APPC_WR_DATA, "="}, {APPC_WR_SEND, "<send>"}, {APPC_WR_CONFIRM, "<confirm>"},
@@ -178,11 +165,8 @@ void play_step(actor& by, step s)
     if (by.conv_type == APPC_BASIC)
         s.data = coded(s.data, false);
     const auto verb = verbs_by_name.find(s.verb);
-    const auto event = events_by_name.find(s.verb);
     if (s.verb == "then") {
         EXPECT_EQ(then(by), s.expected);
-    } else if (event != events_by_name.end()) {
-        event->second(by.tp);
     } else if (verb != verbs_by_name.end()) {
         by.waiting.push_back(verb->second(by, s));
         EXPECT_EQ(outcome(by, by.waiting.back()), s.expected);
@@ -192,24 +176,6 @@ void play_step(actor& by, step s)
 }
 
 }  // namespace
-
-std::string told(program& tp, u32 pend_handle)
-{
-    actor by{tp, 0, APPC_MAPPED};
-    return outcome(by, pend_handle);
-}
-
-void expect_told(program& tp, const appc_receive& verb, std::initializer_list<std::string_view> expected)
-{
-    for (const std::string_view next : expected)
-        EXPECT_EQ(told(tp, tp.issue(verb)), next);
-}
-
-void expect_flows(program& a, u32 at_a, program& b, u32 at_b)
-{
-    EXPECT_EQ(a.codes(send_data(at_a), as_bytes("x")), rc{});
-    expect_told(b, receive(at_b), {"x"});
-}
 
 void ScriptTest::play(const std::string& script, u8 conv_type, u8 sync_level)
 {

@@ -12,11 +12,6 @@
 
 namespace tessaly::node::playing {
 
-// What came of a verb, and of a receive verb issued as often as there are expectations, as scripts say it.
-std::string told(program& tp, u32 pend_handle);
-void expect_told(program& tp, const appc_receive& verb, std::initializer_list<std::string_view> expected);
-void expect_flows(program& a, u32 at_a, program& b, u32 at_b);
-
 class ScriptTest : public EngineTest {
 protected:
     // Each on a conversation of its own; no frame may be left over behind one.

@@ -27,13 +27,14 @@ struct talk_end {
     bool asked = false;
     bool asked_to_end = false;
     std::set<u16> may_learn;  // endings for which the partner has given cause
-    u32 sent = 0;             // records
-    u32 received = 0;
-    u32 offset = 0;  // in the record that it is receiving
+    u32 sent[2] = {};         // records, and expedited messages
+    u32 received[2] = {};
+    u32 offset[2] = {};  // in what it is receiving
 };
 
 struct talk {
     u32 number = 0;
+    u8 type = APPC_MAPPED;
     bool taken = false;    // by a program that has confirmed it
     bool checked = false;  // the vandal has no part in it
     talk_end ends[2];
@@ -48,19 +49,26 @@ struct issued {
     bool at_once = true;
 };
 
-enum class phase : u8 { idle, announced, offered, starting, running, broken };
+enum class phase : u8 { idle, announced, offered, starting, misled, running, broken };
 
 struct player : program {
     using program::program;
     phase now = phase::idle;
     u32 attach_corr = 0;
+    u32 offered_in = 0;            // the event
+    std::optional<std::string> wants;  // the program name that it announced; none: those its client has registered
+    bool at_server = false;        // its LU
     std::map<u32, issued> waiting;  // by pend_handle
     std::set<u32> forgets;          // DEALLOCATEs that an implied forget follows
     std::vector<std::pair<talk*, u32>> talks;
 };
 
-// What a record is made of follows from where it belongs, so that the receiver knows what must come.
-bytes make_record(const talk& t, u32 which, u32 sequence);
+// What a record (0) or an expedited message (1) is made of follows from where it belongs, so that the receiver knows what must
+// come.
+bytes make_data(const talk& t, u32 which, u32 expedited, u32 sequence);
+
+// How the partner learns that a program, or one verb of it, has ended a conversation abnormally.
+inline u16 abend_of(const talk& t) { return t.type == APPC_BASIC ? DEALLOC_ABEND_PROG : DEALLOC_ABEND; }
 
 class simulation : public world {
 public:
@@ -70,7 +78,6 @@ public:
     bool run(u32 events);
     bool leave();
 
-    u32 digest = 0;  // of all frames: equal seeds, equal frames
     u32 events = 0;
     std::string fault;
 
@@ -87,11 +94,14 @@ private:
     void begin(player& p);
     void take_offer(player& p);
     void allocate_one(player& p);
+    void refuse_an_offer();
+    void ask_or_register(player& p);
     void converse(player& p);
     void end_path(player& p, frame_kind how);
     void end_client(client_id client);
     void send_records(player& p, talk& t, u32 which);
-    bool ends_agree(talk& t);
+    void send_expedited(player& p, talk& t, u32 which);
+    void ends_agree(talk& t);
     char drain(talk& t, u32 which);
     void spoil(verb_bytes& message);
 
@@ -104,16 +114,23 @@ private:
     void take_answer(player& p, const got& frame);
     void take_conversation_answer(player& p, const issued& verb, const got& frame);
     void take_received(talk& t, u32 which, const got& frame);
+    bool take_data(talk& t, u32 which, u32 expedited, std::span<const u8> came, bool stream);
+    void take_lu_status(const player& p, const issued& verb, const u8* block);
+    void take_offer_for(player& p, const got& frame);
+    bool is_honest(const player& p) const { return p.client != VANDAL; }
     void take_ending(talk& t, u32 which, const issued& verb, u16 code);
     void give_cause(player& p, u16 code);
     void forget_path(player& p);
     void check_waiting();
+    void check_counts();
 
     std::mt19937 random;
     std::deque<player> players;
     std::deque<talk> talks;
     std::set<client_id> lost_clients;
     std::set<u32> lost_paths;
+    std::map<client_id, std::set<std::string>> registered;
+    u32 offers = 0;
     rc last;
     u64 now_ms = 0;
 };
