@@ -138,18 +138,24 @@ u16 vpm_send_ips(u32 path, void* message, u32 message_bytes, const void* data, u
     const u16 status = the_node->refuses(__func__, op::vpm_send_ips, arguments_are_right);
     EXPECT_TRUE(the_node->paths[path].open) << "a verb is sent on no open path";
     auto& sent = the_node->sent;
+    const bool continues = !sent.empty() && sent.back().path == path && !sent.back().is_complete();
+    EXPECT_EQ(continues, message == nullptr) << "data that continues no message, or a message within another";
     if (status != 0) {
         the_node->queue.push_back({NODE_EVENT_PATH_FAILURE, path, {}});
-    } else if (message == nullptr) {
-        EXPECT_TRUE(!sent.empty() && sent.back().path == path) << "data that continues no message";
+        if (continues)
+            sent.pop_back();
+        return status;
+    }
+    if (message == nullptr) {
         sent.back().data = joined({sent.back().data, as_bytes(data, data_bytes)});
         sent.back().parts.push_back(data_bytes);
     } else {
         sent.push_back({path, address, as_bytes(message, message_bytes), as_bytes(data, data_bytes), {data_bytes}});
         EXPECT_EQ(sent.back().header().buf_len, message_bytes);
-        the_node->message_is_complete(sent.back());
     }
-    return status;
+    if (sent.back().is_complete())
+        the_node->answers_to(sent.back());
+    return 0;
 }
 
 u16 vpm_send_datagram(u32 kind, u32 zero, void* datagram, u32 count)
