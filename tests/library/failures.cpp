@@ -22,6 +22,14 @@ struct failing : library_test {
         running = with_tp ? start_tp() : tp{};
         followed.clear();
         completion_order.clear();
+        verbs_before = verbs.size();
+    }
+
+    // Nobody waits any more for what was issued since.
+    void forget_verbs()
+    {
+        for (size_t i = verbs_before; i < verbs.size(); ++i)
+            verbs[i].result = 0;
     }
 
     // Waits for all of them, side by side when synchronous; then runs a step, and they must end.
@@ -107,7 +115,8 @@ struct failing : library_test {
     u32 path() const
     {
         const auto of_tp = [this](auto& sent) { return sent.header().src_corr == running.handle; };
-        return std::find_if(node.sent.rbegin(), node.sent.rend(), of_tp)->path;
+        const auto last = std::find_if(node.sent.rbegin(), node.sent.rend(), of_tp);
+        return last == node.sent.rend() ? 0 : last->path;
     }
 
     // The answers to all that was sent on other TPs, after these are over.
@@ -139,6 +148,8 @@ struct failing : library_test {
     bool synchronous = false;
     tp running;
     std::vector<verb*> followed;
+    size_t verbs_before = 0;
+    char buffer[8];
 };
 
 using waiting = void (*)(failing&, const failing::step& then);
@@ -165,6 +176,15 @@ const struct { const char* why; waiting waits; u32 nodes; word_list lost; std::s
      }, 1, {"DEALLOCATE ok", "forget", "CONFIRM abended"}, "failed", {"DEALLOCATE ok", "forget", "CONFIRM abended"}, "gone"},
     {"a DEALLOCATE", [](failing& t, auto& then) { t.wait_for({&t.deallocate()}, then); }, 1,
      {"DEALLOCATE abended"}, "failed", {"DEALLOCATE abended"}, "gone"},
+    {"a record that is about to be delivered", [](failing& t, auto& then) {
+        verb& receive = t.on_tp(RECEIVE_AND_WAIT);
+        receive.as<appc_receive>().dptr = t.buffer;
+        receive.as<appc_receive>().max_len = sizeof t.buffer;
+        t.wait_for({&receive}, [&] {
+            t.node.before_data = then;
+            t.node.answer(t.node.last(RECEIVE_AND_WAIT), filled<appc_receive>([](auto& b) { b.dlen = 2; }, as_bytes("ab", 2)));
+        });
+     }, 1, {"RECEIVE abended"}, "failed", {"RECEIVE abended"}, "gone"},
     {"the end of the TP", [](failing& t, auto& then) { t.wait_for({&t.on_tp(CONFIRM), &t.on_tp(TP_ENDED, 0)}, then); }, 1,
      {"CONFIRM abended", "TP_ENDED abended"}, "gone", {"CONFIRM abended", "TP_ENDED abended"}, "gone"},
     {"a cancelling", [](failing& t, auto& then) { t.wait_for({&t.on_tp(RECEIVE_AND_WAIT), &t.on_tp(CANCEL_CONV)}, then); }, 1,
@@ -229,26 +249,25 @@ TEST_F(failing, in_a_forked_child_completes_nothing_and_closes_no_path_of_its_pa
             const word_list before = ends();
             node.reports(NODE_EVENT_FORKED);
             EXPECT_EQ(ends(), before);
-            EXPECT_EQ(node.held(), holdings{});
         });
-        for (verb& each : verbs)
-            each.result = 0;  // nobody waits for them here
+        EXPECT_EQ(node.held(), holdings{});
+        forget_verbs();
     }
 }
 
 // clang-format off
-constexpr char forks[] = "sees the process fork";
-
 // What a routine may do in the middle of a sweep, and what a verb that it issues on the TP gets.
-const struct { const char* why; std::function<void(failing&)> acts; } acts[] = {
+const struct { const char* why; std::function<void(failing&)> acts; bool fails_all = false, forks = false; } acts[] = {
     {"issues a verb",          [](failing& t) { t.issue(t.on_tp(CONFIRM)); }},
     {"cancels",                [](failing& t) { t.issue(t.on_tp(CANCEL_CONV)); }},
     {"ends the TP",            [](failing& t) { t.issue(t.on_tp(TP_ENDED, 0)); }},
     {"sees the path lost",     [](failing& t) { t.node.interrupts_with({NODE_EVENT_PATH_FAILURE, t.path(), {}}); }},
-    {"sees the TP abend",      [](failing& t) { t.node.interrupts_with(scripted_node::abend_of(0, t.running.handle)); }},
-    {"sees the node end",      [](failing& t) { t.node.interrupts_with({NODE_EVENT_TERMINATED, 0, {}}); }},
-    {forks,                    [](failing& t) { t.node.interrupts_with({NODE_EVENT_FORKED, 0, {}}); }},
+    {"sees the TP abend",      [](failing& t) { t.node.interrupts_with(scripted_node::abend_of(0, t.running.handle)); }, true},
+    {"sees the node end",      [](failing& t) { t.node.interrupts_with({NODE_EVENT_TERMINATED, 0, {}}); }, true},
+    {"sees the process fork",  [](failing& t) { t.node.interrupts_with({NODE_EVENT_FORKED, 0, {}}); }, false, true},
     {"starts a TP",            [](failing& t) { t.issue(t.tp_started()); }},
+    {"starts a TP after a fork", [](failing& t) { t.node.interrupts_with({NODE_EVENT_FORKED, 0, {}}), t.issue(t.tp_started()); },
+     false, true},
 };
 const struct { const char* why; failure happens; rc refusal; } sweeps[] = {
     {"the path is lost",       failures[0].happens, rc(COMMS_SUBSYSTEM_ABENDED)},
@@ -281,12 +300,33 @@ TEST_F(failing, lets_a_routine_do_anything_in_the_middle_of_a_sweep)
                 if (verbs.size() > issued && verbs.back().header().opcode != TP_STARTED) {
                     EXPECT_EQ(verbs.back().codes(), sweep.refusal);
                 }
-                for (verb& each : verbs) {
+                if (act.forks)
+                    forget_verbs();
+                for (verb& each : verbs)
                     each.on_call = nullptr;
-                    if (act.why == forks)
-                        each.result = 0;  // nobody waits for it here
-                }
             }
+}
+
+TEST_F(failing, lets_the_routine_of_a_cancelled_wait_do_anything)
+{
+    for (const auto& act : acts)
+        for (const bool waits : {false, true}) {
+            if (waits && act.forks)
+                continue;
+            SCOPED_TRACE(::testing::Message() << act.why << (waits ? ", while a caller waits for the CANCEL_CONV" : ""));
+            set_up(1, false);
+            verb& accept = issue(receive_allocate());
+            running = tp{words({0, announced()}), announced(), 0};
+            accept.on_call = [&] { act.acts(*this); };
+            verb& cancelling = cancel(1);
+            enter(waits, cancelling, [&] { conversation_ready(running.handle); });
+            accept.on_call = nullptr;
+            EXPECT_EQ(accept.codes(), rc(CANCELLED));
+            if (act.forks)
+                forget_verbs();
+            else
+                EXPECT_EQ(text_of(cancelling.codes()) + left(), act.fails_all ? "abendedgone" : "okgone");
+        }
 }
 
 // No verb gives its block up today, but its record may be without one.
@@ -319,8 +359,7 @@ TEST_F(failing, frees_the_records_that_nobody_waits_for)
             static_cast<pndcb*>(pend)->vcb = nullptr;
         conversation_ready(handle, status);
         EXPECT_EQ(node.held_by_tps(), 0u);
-        for (verb& each : verbs)
-            each.result = 0;
+        forget_verbs();
     }
 }
 

@@ -192,39 +192,51 @@ void run(random_numbers& random)
     books.finishes(verb);
 }
 
-// What a callback does besides: the verb's number decides, so that a seed repeats it.
-void go_on_in_callback(u32 number, bool may_wait)
+// Ends the TP that the routine was called for, which may be in the middle of a failure, and lets others go on meanwhile.
+void wait_in_routine(random_numbers& random, const u8* tp_id, u32 slot)
 {
+    entry& end = books.open(TP_ENDED, slot);
+    std::memcpy(end.as<block_header>().tp_id, tp_id, TP_ID_BYTES);
+    start(end);
+    appc_get_type type{};  // which never waits long
+    type.opcode = GET_TYPE;
+    {
+        const std::lock_guard lock(slots_mutex);
+        const tp_slot& other = slots[pick(random, slots.size())];
+        std::memcpy(type.tp_id, other.tp_id, TP_ID_BYTES);
+        type.conv_id = other.conv_id;
+    }
+    appc_c1(&type);
+}
+
+// tp_id: for a routine that may wait; else null.
+void ended(entry& verb, u32 number, const u8* tp_id)
+{
+    const u32 slot = verb.slot;
+    learn_from(verb);
+    books.completes(verb, number);
+
     static thread_local int depth = 0;
-    random_numbers random(seed ^ (number * 2654435761u));
+    random_numbers random(seed ^ (number * 2654435761u));  // so that a seed repeats it
     if (depth >= 4 || pick(random, 3) != 0 || books.issued() >= most_verbs)
         return;
     ++depth;
-    if (may_wait && depth == 1 && pick(random, 2) != 0) {
-        alignas(8) appc_get_type type{};  // which never waits long
-        type.opcode = GET_TYPE;
-        APPC(&type);
-    }
-    issue(random);
+    if (tp_id != nullptr && depth == 1 && pick(random, 2) != 0)
+        wait_in_routine(random, tp_id, slot);
+    else
+        issue(random);
     --depth;
-}
-
-void ended(entry& verb, u32 number, bool may_wait)
-{
-    learn_from(verb);
-    books.completes(verb, number);
-    go_on_in_callback(number, may_wait);
 }
 
 void completed(void* vcb, appc_u8*, appc_u32, appc_u32 number)
 {
-    ended(*static_cast<entry*>(vcb), number, false);
+    ended(*static_cast<entry*>(vcb), number, nullptr);
 }
 
-void posted(void* vcb, appc_u8*, appc_u32)
+void posted(void* vcb, appc_u8* tp_id, appc_u32)
 {
     entry& verb = *static_cast<entry*>(vcb);
-    ended(verb, verb.number, verb.opcode == RECEIVE_AND_POST);
+    ended(verb, verb.number, verb.opcode == RECEIVE_AND_POST ? tp_id : nullptr);
 }
 
 void work(u32 thread)
