@@ -35,13 +35,14 @@ TEST_F(cancelling, TP_ENDED_ends_all_verbs_of_the_tp_and_the_tp)
     EXPECT_EQ(issue_on(running, CONFIRM, CONV_7).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << "it is ending";
     EXPECT_EQ(ended.codes(), PENDING);
     ended.on_call = [&] { EXPECT_EQ(node.count(TP_STARTED), 2u) << "what has arrived comes before a synchronous verb"; };
-    start_tp();
+    const tp fresh = start_tp();
     EXPECT_EQ(completion_order, (std::vector<verb*>{&receive, &of_the_tp, &ended}));
     EXPECT_EQ(receive.codes(), rc(CANCELLED, UNTOUCHED));
     EXPECT_EQ(ended.codes(), rc(OK));
     EXPECT_EQ(elsewhere.codes(), PENDING);
     EXPECT_EQ(node.held().entries, 2u);
     EXPECT_EQ(node.logged(212), (log_record{'a', 0x20010009, 212, "ba", {}, {running.id}}));
+    EXPECT_EQ(codes_of(fresh, TP_ENDED), rc(OK)) << "under the handle that came free";
     EXPECT_EQ(codes_of(running, TP_ENDED), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
 }
 

@@ -119,19 +119,26 @@ TEST_F(completing, routines_issue_asynchronous_verbs_only)
 
 TEST_F(completing, the_routine_of_a_failed_start_finds_its_tp_gone)
 {
-    for (const u16 opcode : {TP_STARTED, RECEIVE_ALLOCATE}) {
-        node.answers(opcode, {.primary = STATE_CHECK});
-        verb& v = opcode == TP_STARTED ? tp_started() : make(opcode, 1);
-        if (opcode == RECEIVE_ALLOCATE)
-            v.as<appc_receive_allocate>().attach_id[0] = 1;
-        v.on_call = [&] {
-            EXPECT_EQ(issue_on({v.calls[0].tp_id, 0, 0}, CONFIRM).codes(), rc(PARAMETER_CHECK, SEC_BAD_TP_ID)) << opcode;
-        };
-        issue(v);
-        node.deliver();
-        EXPECT_EQ(v.codes(), rc(STATE_CHECK));
-        EXPECT_EQ(node.held().handles, 0u);
-    }
+    for (const u16 opcode : {TP_STARTED, RECEIVE_ALLOCATE})
+        for (const bool path_lost : {false, true}) {
+            node.answers(opcode, {.primary = STATE_CHECK});
+            if (path_lost)
+                node.stays_silent(opcode);
+            verb& v = opcode == TP_STARTED ? tp_started() : make(opcode, 1);
+            if (opcode == RECEIVE_ALLOCATE)
+                v.as<appc_receive_allocate>().attach_id[0] = 1;
+            const bool failed = path_lost && opcode == RECEIVE_ALLOCATE;  // what the sweep leaves to be ended
+            const rc refusal = failed ? rc(COMMS_SUBSYSTEM_ABENDED) : rc(PARAMETER_CHECK, SEC_BAD_TP_ID);
+            v.on_call = [&] {
+                const tp gone{v.calls[0].tp_id, 0, 0};
+                for (const u16 issued : {CONFIRM, CANCEL_CONV})
+                    EXPECT_EQ(issue_on(gone, issued).codes(), refusal) << opcode << (path_lost ? " path lost" : "");
+            };
+            issue(v);
+            path_lost ? node.loses_path(node.sent.back().path) : node.deliver();
+            EXPECT_EQ(v.completions(), 1);
+            EXPECT_EQ(node.held().handles, 0u);
+        }
 }
 
 TEST_F(completing, a_null_routine_makes_the_call_synchronous)
@@ -229,21 +236,6 @@ TEST_F(completing, only_a_successful_format_1_DEALLOCATE_is_kept)
     run(format_0);
     run(make_on(running, DEALLOCATE, CONV_7, 1));  // names no routine
     EXPECT_EQ(node.held().handles, 0u);
-}
-
-TEST_F(completing, a_lost_path_completes_and_forgets_all_of_its_tp_and_leaves_that_for_TP_ENDED)
-{
-    node.answers(DEALLOCATE);
-    verb& elsewhere = issue_on(start_tp(), RECEIVE_AND_WAIT, CONV_7);
-    verb& waiting = issue_on(running, RECEIVE_AND_WAIT, CONV_8);
-    verb& kept = run(deallocate());
-    node.loses_path(running.path);
-    EXPECT_EQ(kept.calls, std::vector<callback>{told(APPC_FORGET_FAILURE)});
-    EXPECT_EQ(waiting.codes(), rc(COMMS_SUBSYSTEM_ABENDED));
-    EXPECT_EQ(elsewhere.codes(), PENDING);
-    EXPECT_EQ(codes_of(running, CONFIRM, CONV_7), rc(COMMS_SUBSYSTEM_ABENDED));
-    EXPECT_EQ(codes_of(running, TP_ENDED), rc(COMMS_SUBSYSTEM_ABENDED));
-    EXPECT_EQ(codes_of(running, TP_ENDED), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
 }
 
 TEST_F(completing, a_lost_node_forgets_what_is_kept_and_the_end_of_the_tp_does_without_a_call)

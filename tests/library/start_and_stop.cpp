@@ -67,43 +67,17 @@ TEST_F(start_and_stop, every_shortage_of_a_TP_STARTED_has_its_log)
     }
 }
 
-TEST_F(start_and_stop, termination_completes_what_is_outstanding_and_a_new_start_succeeds)
-{
-    const tp first = start_tp();
-    verb& outstanding = issue_on(first, RECEIVE_AND_WAIT, CONV_7);
-    stop_library();
-    EXPECT_EQ(outstanding.codes(), rc(COMMS_SUBSYSTEM_ABENDED));
-    EXPECT_EQ(node.held(), holdings{});
-    EXPECT_EQ(node.logs.back(), (log_record{'p', 0x20010007, 217}));
-    EXPECT_EQ(codes_of(first, CONFIRM, CONV_7), rc(PARAMETER_CHECK, SEC_BAD_TP_ID));
-    start_tp();
-}
-
 TEST_F(start_and_stop, the_last_sleeper_stops_a_terminated_library)
 {
     const tp running = start_tp();
     node.while_asleep([&] {
         stop_library();
+        EXPECT_EQ(node.logs.back(), (log_record{'p', 0x20010007, 217}));
         EXPECT_EQ(node.held().path_users, 1u) << "a caller still sleeps";
         EXPECT_EQ(run(tp_started()).codes(), rc(COMMS_SUBSYSTEM_ABENDED)) << "nothing starts meanwhile";
     });
     EXPECT_EQ(codes_of(running, CONFIRM, CONV_7), rc(COMMS_SUBSYSTEM_ABENDED));
     EXPECT_EQ(node.held(), holdings{});
-}
-
-TEST_F(start_and_stop, a_forked_child_knows_nothing_of_its_parents_verbs_and_starts_anew)
-{
-    const tp of_the_parent = start_tp();
-    node.stays_silent(SET_TP_PROPERTIES);
-    verb& starting = issue(tp_started());
-    node.deliver();
-    verb& waiting = issue_on(of_the_parent, CONFIRM, CONV_7);
-    node.reports(NODE_EVENT_FORKED);
-    EXPECT_EQ(node.held(), holdings{});
-    EXPECT_TRUE(starting.calls.empty() && waiting.calls.empty());
-    starting.result = waiting.result = 0;  // nobody waits for these two here
-    node.answers(SET_TP_PROPERTIES);
-    start_tp();
 }
 
 }  // namespace tessaly::test

@@ -16,7 +16,7 @@ namespace {
 using op = may_fail;
 
 // Numbers of different kinds never meet, so that a handle in the wrong place is noticed.
-enum kind : u32 { ENTRY, HANDLE = 0x48000000, PATH = 0x50000000, TABLE = 0x54000000, USER = 0x55000000, WAIT = 0x57000000 };
+enum kind : u32 { HANDLE = 0x48000000, PATH = 0x50000000, TABLE = 0x54000000, USER = 0x55000000, WAIT = 0x57000000 };
 
 template <typename Map>
 u32 make(const char* operation, may_fail which, Map& held, kind base, typename Map::mapped_type what)
@@ -92,7 +92,6 @@ void vpm_sleep(u32 object, u32 timeout_ms)    { the_node->enter(__func__, timeou
 void vpm_terminate_path_user(u32 path_user)   { drop(__func__, the_node->users, path_user); }
 void vtm_table_init(u32* table, u32)          { *table = make(__func__, op::vtm_table_init, the_node->tables, TABLE, {}); }
 void vtm_table_terminate(u32* table)          { drop(__func__, the_node->tables, *table); }
-u32 vtm_get_free_entry(u32 table, void* what) { return make(__func__, op::vtm_get_free_entry, entries_of(table), ENTRY, what); }
 void vtm_release_entry(u32 table, u32 handle) { drop(__func__, entries_of(table), handle); }
 void* vtm_get_pointer(u32 table, u32 handle)  { return found_in(__func__, entries_of(table), handle); }
 u32 nba_create_handle(void* pointer) { return make(__func__, op::nba_create_handle, the_node->handles, HANDLE, pointer); }
@@ -102,6 +101,17 @@ void nba_mm_free(void* pointer, u32 zero)     { the_node->enter(__func__, zero =
 void nba_mm_refresh(u32 two)                  { the_node->enter(__func__, two == 2); }
 void v0_assert(const char*, u32, const char* text) { the_node->asserted(text); }
 // clang-format on
+
+// The lowest free number, so that handles come back as soon as they may.
+u32 vtm_get_free_entry(u32 table, void* what)
+{
+    if (the_node->refuses(__func__, op::vtm_get_free_entry))
+        return 0;
+    u32 handle = 1;
+    while (!entries_of(table).emplace(handle, what).second)
+        ++handle;
+    return handle;
+}
 
 u16 vpm_init_path_user(u32 kind, u32 user_flags, node_receive_routine receive, u32 zero, u32* out)
 {
@@ -138,18 +148,24 @@ u16 vpm_send_ips(u32 path, void* message, u32 message_bytes, const void* data, u
     const u16 status = the_node->refuses(__func__, op::vpm_send_ips, arguments_are_right);
     EXPECT_TRUE(the_node->paths[path].open) << "a verb is sent on no open path";
     auto& sent = the_node->sent;
+    const bool continues = !sent.empty() && sent.back().path == path && !sent.back().is_complete();
+    EXPECT_EQ(continues, message == nullptr) << "data that continues no message, or a message within another";
     if (status != 0) {
         the_node->queue.push_back({NODE_EVENT_PATH_FAILURE, path, {}});
-    } else if (message == nullptr) {
-        EXPECT_TRUE(!sent.empty() && sent.back().path == path) << "data that continues no message";
+        if (continues)
+            sent.pop_back();
+        return status;
+    }
+    if (message == nullptr) {
         sent.back().data = joined({sent.back().data, as_bytes(data, data_bytes)});
         sent.back().parts.push_back(data_bytes);
     } else {
         sent.push_back({path, address, as_bytes(message, message_bytes), as_bytes(data, data_bytes), {data_bytes}});
         EXPECT_EQ(sent.back().header().buf_len, message_bytes);
-        the_node->message_is_complete(sent.back());
     }
-    return status;
+    if (sent.back().is_complete())
+        the_node->answers_to(sent.back());
+    return 0;
 }
 
 u16 vpm_send_datagram(u32 kind, u32 zero, void* datagram, u32 count)

@@ -43,7 +43,7 @@ bytes scripted_node::answer_to(const sent_verb& verb, const reply& how)
     return joined({as_bytes(&header, sizeof header), block, how.data});
 }
 
-void scripted_node::message_is_complete(const sent_verb& verb)
+void scripted_node::answers_to(const sent_verb& verb)
 {
     script& now = scripts[verb.opcode()];
     if (!now.once.empty()) {
@@ -87,7 +87,7 @@ void scripted_node::check_at_end() const
     for (const std::string& text : expected_assertions)
         ADD_FAILURE() << "not reported: " << text;
     for (const sent_verb& verb : sent)
-        EXPECT_EQ(verb.header().msg_len, verb.message.size() + verb.data.size()) << "opcode " << verb.opcode();
+        EXPECT_TRUE(verb.is_complete()) << "opcode " << verb.opcode();
 }
 
 // ---- The ledger.
@@ -148,10 +148,37 @@ void scripted_node::happens(event what)
     deliver();
 }
 
+scripted_node::event scripted_node::abend_of(u32 path, u32 tp_handle)
+{
+    verb_message message{};
+    message.header.dest_corr = tp_handle;
+    message.header.buf_len = message.header.msg_len = sizeof message.header + sizeof(block_header);
+    store(message.block, 0, u16{ABEND_INDICATION});
+    return {NODE_EVENT_IPS, path, as_bytes(&message, message.header.buf_len)};
+}
+
+void scripted_node::interrupts_with(event what)
+{
+    queue.push_front(std::move(what));
+    deliver_one();
+}
+
 void scripted_node::deliver_one()
 {
     const event what = std::move(queue.front());
     queue.pop_front();
+    const auto watching = what.content.empty() ? nullptr : std::exchange(beside, nullptr);  // not while it acts itself
+    if (watching)
+        watching(what, false);
+    deliver_event(what);
+    if (watching) {
+        watching(what, true);
+        beside = watching;
+    }
+}
+
+void scripted_node::deliver_event(const event& what)
+{
     std::map<u32, node_receive_routine> receivers = users;
     if (what.path != 0) {
         path_record& path = paths.at(what.path);

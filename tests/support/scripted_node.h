@@ -28,6 +28,7 @@ struct sent_verb {
     const verb_message_header& header() const { return *reinterpret_cast<const verb_message_header*>(message.data()); }
     bytes block() const { return {message.begin() + sizeof(verb_message_header), message.end()}; }
     u16 opcode() const { return load<u16>(message.data(), sizeof(verb_message_header)); }
+    bool is_complete() const { return header().msg_len == message.size() + data.size(); }
 };
 
 // What the node answers. fill works on the block in the caller's layout, after the codes were set.
@@ -84,6 +85,12 @@ struct holdings {
 };
 
 struct scripted_node {
+    struct event {
+        u16 kind;
+        u32 path;
+        bytes content;
+    };
+
     // ---- The script. Answers to verbs are queued when these are sent, and arrive at the next sleep, synchronous verb or
     // deliver().
     void answers(u16 opcode, reply how = {}) { scripts[opcode].always = std::move(how); }
@@ -97,8 +104,12 @@ struct scripted_node {
     void sends(u32 path, bytes message) { happens({NODE_EVENT_IPS, path, std::move(message)}); }
     void sends_datagram(bytes datagram) { happens({NODE_EVENT_DATAGRAM, 0, std::move(datagram)}); }
     void loses_path(u32 path) { happens({NODE_EVENT_PATH_FAILURE, path, {}}); }
+    void abends(u32 path, u32 tp_handle) { happens(abend_of(path, tp_handle)); }
+    static event abend_of(u32 path, u32 tp_handle);
+    void interrupts_with(event what);  // ahead of all that is queued
     void reports(u16 kind) { happens({kind, 0, {}}); }
     std::function<void()> before_data;  // runs once, between an answer and its data
+    std::function<void(const event& message, bool delivered)> beside;  // right before and right after each message
 
     // Refuses the nth use of an operation, or of any that may fail; and, when told so, all further ones.
     void refuse(std::optional<may_fail> which, u32 nth = 1, bool from_then_on = false, u16 status = 0x13);
@@ -145,16 +156,16 @@ struct scripted_node {
     void release(void* pointer);
     void asserted(const std::string& text);
     void sleep(u32 wait_object);
-    void message_is_complete(const sent_verb& verb);  // answers it, where the script says so
+    void answers_to(const sent_verb& verb);  // answers it, where the script says so
 
     // ---- How it works.
     // clang-format off
-    struct event { u16 kind; u32 path; bytes content; };
     struct script { std::optional<reply> always; std::deque<reply> once; };
     struct refusal { std::optional<may_fail> which; u32 nth; bool from_then_on; u16 status; u32 seen = 0; };
     // clang-format on
     void happens(event what);
     void deliver_one();
+    void deliver_event(const event& what);
     void hand_over(node_receive_routine receive, const event& what);
     u16 call(node_receive_routine routine, u32 path, rcv_info& info);
 

@@ -153,7 +153,7 @@ u16 send_with_data(u32 path, verb_message& message, const sent_data& first, cons
     message.header.msg_len = contig_length + first.bytes + second.bytes;
     const sent_data& behind = first.bytes != 0 ? first : second;
     const u16 status = vpm_send_ips(path, &message, contig_length, behind.address, behind.bytes);
-    if (first.bytes == 0 || second.bytes == 0)
+    if (status != 0 || first.bytes == 0 || second.bytes == 0)
         return status;
     return vpm_send_ips(path, nullptr, 0, second.address, second.bytes);
 }

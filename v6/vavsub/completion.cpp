@@ -151,9 +151,9 @@ void complete_and_end(tpcb& tp, pndcb& pend) noexcept
     vav_call_appl(tp, pend);
     if (ended.find() != nullptr && tp.pnd_cncl != nullptr) {
         pndcb& cancel = *tp.pnd_cncl;
-        invariant(header_of(cancel.vcb).opcode == CANCEL_CONV, VAVSUB,
-                  "VAV_HDR(tpcb->pnd_cncl->vcb)->opcode == NAP_CANCEL_CONVERSATION");
-        header_of(cancel.vcb).primary_rc = OK;
+        invariant(cancel.verb->opcode == CANCEL_CONV, VAVSUB, "VAV_HDR(tpcb->pnd_cncl->vcb)->opcode == NAP_CANCEL_CONVERSATION");
+        if (cancel.vcb != nullptr)
+            header_of(cancel.vcb).primary_rc = OK;
         vav_call_appl(tp, cancel);
     }
     end_tp(ended);

@@ -49,12 +49,14 @@ sweep_end fail_verb(tpcb& tp, pndcb& pend) noexcept
 sweep_end sweep_verb(tpcb& tp, pndcb& pend) noexcept
 {
     sweep_end end = sweep_end::tp_ends;
-    if (pend.verb->opcode != TP_STARTED)
+    if (pend.verb->opcode != TP_STARTED) {
         end = fail_verb(tp, pend);
-    else if (pend.cancelled == 0 && vav_tp_started(tp, pend, START_AFTER_PATH_FAILURE) == 1)
+    } else if (pend.cancelled == 0 && vav_tp_started(tp, pend, START_AFTER_PATH_FAILURE) == 1) {
         return sweep_end::tp_restarted;
-    else
+    } else {
+        tp.state = TP_GONE;  // what callbacks issue on it is refused
         invariant(tp.verb_q.holds_only(pend), VAVSUB, "NB_EMPTY_LIST(tpcb->verb_q)");
+    }
     vav_call_appl(tp, pend);
     return end;
 }
@@ -122,11 +124,11 @@ void vav_process_failure(tpcb& tp) noexcept
     recover_set_tp(tp);
 
     ++tp.sweeps;
-    sweep_end end = sweep_end::tp_stays;
     if (!is_first(tp, TP_STARTED))
         mark_failed(tp);  // what callbacks issue on it is refused
     if (!forget_all(tp))
         return;
+    sweep_end end = tp.verb_q.first() == nullptr ? sweep_end::tp_stays : sweep_end::tp_ends;
     while (pndcb* pend = tp.verb_q.first()) {
         if (pend->vcb == nullptr) {
             vav_free_pend(pend);

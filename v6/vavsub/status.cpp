@@ -39,7 +39,7 @@ void check_cancel(const tpcb& tp, const pndcb& pend) noexcept
     if (canpndcb == nullptr)
         return;
     const auto is_cancel = [](const pndcb* queued) {
-        return queued != nullptr && queued->vcb != nullptr && queued->verb->opcode == CANCEL_CONV;
+        return queued != nullptr && queued->verb->opcode == CANCEL_CONV;
     };
     invariant(canpndcb == tp.pnd_cncl, VAVSUB, "canpndcb == tpcb->pnd_cncl");
     invariant(is_cancel(canpndcb), VAVSUB, "VAV_HDR(canpndcb->vcb)->opcode == NAP_CANCEL_CONVERSATION");
