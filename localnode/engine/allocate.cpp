@@ -54,14 +54,14 @@ struct destination {
     return_codes refusal;  // without an LU
 };
 
-destination find_partner_lu(const appc_allocate& block) noexcept
+destination find_partner_lu(const node& n, const appc_allocate& block) noexcept
 {
     constexpr return_codes bad_alias{PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS};
     if (!all_zero(block.plu_alias, sizeof block.plu_alias))
-        return {lu_of_alias(block.plu_alias), bad_alias};
+        return {n.lus.partner(block.plu_alias), bad_alias};
     if (is_blank(name_in<fq_lu_name>(block.fqplu_name)))
         return {std::nullopt, bad_alias};
-    return {lu_of_full_name(block.fqplu_name), {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_NO_RETRY}};
+    return {n.lus.of_full_name(block.fqplu_name), {ALLOCATION_ERROR, APPC_SEC_ALLOCATION_FAILURE_NO_RETRY}};
 }
 
 user_name user_for(const appc_allocate& block, const tp& allocator) noexcept
@@ -90,7 +90,7 @@ void describe(conv_side& side, const request& verb, const lu_alias& local, const
     side.pip_bytes = block.pip_dlen;
 }
 
-void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
+void fill_answer(const node& n, appc_receive_allocate& block, const conv_side& side) noexcept
 {
     put(block.tp_name, side.program);
     put_tp_id(block.tp_id, *side.owner);
@@ -102,12 +102,12 @@ void fill_answer(appc_receive_allocate& block, const conv_side& side) noexcept
     put(block.plu_alias, side.partner_lu);
     put(block.mode_name, side.mode);
     block.conv_group_id = side.session;
-    put(block.fqplu_name, full_name(side.partner_lu));
+    put(block.fqplu_name, n.lus.full_name(side.partner_lu));
     block.pip_incoming = side.pip_bytes != 0;
     block.duplex_type = 0;
     std::memset(block.security_profile, EBCDIC_BLANK, sizeof block.security_profile);
     block.pip_dlen = side.pip_bytes;
-    put(block.fq_lu_name, full_name(side.local_lu));
+    put(block.fq_lu_name, n.lus.full_name(side.local_lu));
 }
 
 struct established {
@@ -121,7 +121,7 @@ established establish(node& n, const request& verb)
     const auto& block = block_as<appc_allocate>(verb.block);
     if (const u32 wrong = wrong_parameter(block); wrong != 0)
         return {nullptr, {PARAMETER_CHECK, wrong}};
-    const destination to = find_partner_lu(block);
+    const destination to = find_partner_lu(n, block);
     if (!to.lu)
         return {nullptr, to.refusal};
     if (is_blank(name_in<tp_name>(block.tp_name)))
@@ -204,7 +204,7 @@ verdict receive_allocate(node& n, request& verb)
     acceptor->user = side.user;
     acceptor->protected_luw = acceptor->unprotected_luw = side.luw;
     bind(side, *acceptor);
-    fill_answer(block, side);
+    fill_answer(n, block, side);
     return verdict::answer;
 }
 

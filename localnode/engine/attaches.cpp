@@ -11,8 +11,6 @@ namespace tessaly::node {
 
 namespace {
 
-constexpr u64 ATTACH_LIMIT_MS = 30'000;
-constexpr u32 MOST_ATTACHES = 1000;
 constexpr u32 MOST_ANNOUNCED = 1000;  // of a client
 constexpr u32 MOST_NAMES = 1000;      // of a client
 
@@ -72,12 +70,27 @@ bool offer_to_waiting(node& n, attach& arrived)
     return true;
 }
 
+bool is_free(const attach& arrived) noexcept
+{
+    return arrived.offered_to == 0 && !arrived.starts_program;
+}
+
+// A program that the host starts. The attach is kept for it, under a number that nobody has been told before.
+void start_program(node& n, attach& arrived)
+{
+    if (arrived.has_started || std::ranges::find(n.programs, arrived.side->program) == n.programs.end())
+        return;
+    n.attach_table.renew(arrived);
+    arrived.offered_to = 0;
+    arrived.starts_program = arrived.has_started = send_start_program(n, arrived);
+}
+
 // Offers the TP the first attach that fits. False when there is none.
 template <typename Fits>
 bool find_offer(node& n, announced_tp& waiting, Fits fits)
 {
     attach* arrived = n.attaches.first();
-    while (arrived != nullptr && (arrived->offered_to != 0 || !fits(*arrived->side)))
+    while (arrived != nullptr && (!is_free(*arrived) || !fits(*arrived->side)))
         arrived = n.attaches.after(*arrived);
     if (arrived == nullptr)
         return false;
@@ -103,7 +116,7 @@ void offer_by_name(node& n, client_id client, const tp_name* program)
 
 void list_attach(node& n, attach& arrived) noexcept
 {
-    arrived.deadline_ms = n.now_ms + ATTACH_LIMIT_MS;
+    arrived.deadline_ms = n.now_ms + n.attach_limit_ms;
     n.attaches.append(arrived);
     ++n.waiting_attaches;
 }
@@ -155,7 +168,7 @@ void read_announcement(announced_tp& waiting, client_id client, const announce_d
 
 bool send_attach(node& n, conv_side& incoming)
 {
-    if (n.waiting_attaches >= MOST_ATTACHES)
+    if (n.waiting_attaches >= n.most_attaches)
         return false;
     attach* const arrived = n.attach_table.take();
     if (arrived == nullptr)
@@ -164,17 +177,25 @@ bool send_attach(node& n, conv_side& incoming)
     arrived->side = &incoming;
     arrived->offered_to = 0;
     arrived->tp_handle = 0;
+    arrived->starts_program = arrived->has_started = false;
     incoming.arrival = arrived;
     list_attach(n, *arrived);
-    offer_to_waiting(n, *arrived);
+    if (!offer_to_waiting(n, *arrived))
+        start_program(n, *arrived);
     return true;
 }
 
 attach* take_attach(node& n, u32 attach_corr, client_id client, u32 tp_handle)
 {
     attach* const offered = n.attach_table.find(attach_corr);
-    if (offered == nullptr || offered->offered_to != client || offered->tp_handle != tp_handle ||
-        !is_linked(offered->link))
+    if (offered == nullptr || !is_linked(offered->link))
+        return nullptr;
+    if (offered->starts_program) {
+        offered->starts_program = false;
+        offered->offered_to = client;
+        offered->tp_handle = tp_handle;
+    }
+    if (offered->offered_to != client || offered->tp_handle != tp_handle)
         return nullptr;
     unlist_attach(n, *offered);
     return offered;
@@ -195,8 +216,19 @@ void refuse_attach(node& n, attach& refused)
     if (!is_linked(refused.link))
         list_attach(n, refused);
     refused.offered_to = 0;
-    if (!offer_to_waiting(n, refused))
+    refused.starts_program = false;
+    if (offer_to_waiting(n, refused))
+        return;
+    start_program(n, refused);
+    if (!refused.starts_program)
         give_up(n, refused);
+}
+
+void program_ended(node& n, u32 attach_corr)
+{
+    attach* const kept = n.attach_table.find(attach_corr);
+    if (kept != nullptr && kept->starts_program)
+        refuse_attach(n, *kept);
 }
 
 void announce(node& n, client_id client, const announce_datagram& datagram)

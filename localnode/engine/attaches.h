@@ -1,5 +1,6 @@
 // Where conversations that were allocated meet the TPs that wait for one. An attach is offered to one waiting TP at a time,
-// which comes with a RECEIVE_ALLOCATE that names the attach, or refuses. What nobody takes ends with its time limit.
+// which comes with a RECEIVE_ALLOCATE that names the attach, or refuses. For one that finds no TP waiting a program may be
+// started, which takes it in the same way. What nobody takes ends with its time limit.
 #pragma once
 
 #include "localnode/engine/node.h"
@@ -11,6 +12,7 @@ namespace tessaly::node {
 bool send_attach(node& n, conv_side& incoming);
 
 // The attach that a RECEIVE_ALLOCATE names, if it was offered to that TP of that client; its time limit is lifted.
+// One that a program was started for is given to whoever names it: only the program has been told its number.
 attach* take_attach(node& n, u32 attach_corr, client_id client, u32 tp_handle);
 
 // The conversation has been taken, or is over: the attach has served its purpose.
@@ -18,6 +20,9 @@ void drop_attach(node& n, attach& done);
 
 // The TP to which it was offered does not take it: offers it to the next, or ends the conversation.
 void refuse_attach(node& n, attach& refused);
+
+// The program that was started for an attach is no more, or never was.
+void program_ended(node& n, u32 attach_corr);
 
 // Datagrams.
 void announce(node& n, client_id client, const announce_datagram& datagram);

@@ -180,7 +180,7 @@ verdict act_on(node& n, conv_side& side, request& verb, const reading& read)
     case action::reply: return confirm_partner(n, side, to_do.next);
     case action::error: return send_error(n, side, verb);
     case action::signal: return signal(n, side, verb);
-    case action::tell: return inquire(side, verb);
+    case action::tell: return inquire(n, side, verb);
     }
     return not_supported(verb);
 }

@@ -4,6 +4,7 @@
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/clients.h"
 #include "localnode/engine/datagrams.h"
+#include "localnode/engine/report.h"
 #include "localnode/engine/tps.h"
 #include "localnode/engine/verbs.h"
 
@@ -16,7 +17,12 @@ public:
     node all;
 };
 
-engine::engine() : state_(std::make_unique<state>()) {}
+engine::engine() : engine(configuration{}) {}
+
+engine::engine(const configuration& with) : state_(std::make_unique<state>())
+{
+    configure(with);
+}
 
 engine::~engine() = default;
 
@@ -37,11 +43,31 @@ void engine::accept(const frame& input, frame_sink& output)
         n.now_ms = std::max(n.now_ms, input.now_ms);
         expire_attaches(n);
         break;
+    case frame_kind::program_ended: program_ended(n, input.path); break;
     case frame_kind::path_failed:
-    case frame_kind::terminated: break;  // go to clients only
+    case frame_kind::terminated:
+    case frame_kind::start_program: break;  // go out only
     }
     fail_lost_paths(n);
     n.output = nullptr;
+}
+
+void engine::configure(const configuration& with)
+{
+    lu_directory lus{with};
+    std::vector<tp_name> programs;
+    for (const std::string& program : with.programs)
+        programs.push_back(ebcdic_name<tp_name>(program));
+    node& n = state_->all;
+    n.lus = std::move(lus);
+    n.programs = std::move(programs);
+    n.attach_limit_ms = with.attach_limit_ms;
+    n.most_attaches = with.most_attaches;
+}
+
+node_report engine::report() const
+{
+    return report_on(state_->all);
 }
 
 std::optional<u64> engine::deadline_ms() const

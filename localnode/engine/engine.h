@@ -1,5 +1,5 @@
 // The local node as a state machine: one frame from a client in, a list of frames to clients out. No socket, clock, thread or
-// global; the hosts around it (embedded in a process, or behind a socket) bring frames and time.
+// global; the hosts around it (embedded in a process, or behind a socket) bring frames and time, and start programs for it.
 #pragma once
 
 #include "common/types.h"
@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
+#include <vector>
 
 namespace tessaly::node {
 
@@ -26,6 +28,49 @@ enum class frame_kind : u8 {
     // both ways
     message,   // block: verb_message_header and block in node layout; data: what follows
     datagram,  // block: the datagram
+    // to and from a host that starts programs; path: the attach's correlator
+    start_program,  // block: program_to_start; client: 0
+    program_ended,  // or could not be started: unless it has taken its attach, nobody does
+};
+
+// What a host needs to start a program for an attach, which the program's first receive-allocate names.
+struct program_to_start {
+    u8 tp_name[64];  // EBCDIC, padded with blanks
+    u8 lu_alias[8];  // ASCII, padded with blanks: to which the attach came
+};
+
+struct lu_definition {
+    std::string alias;
+    std::string name;  // with its network: "TESSALY.HERE"
+};
+
+// What names mean and how long things wait. Names are of the right length and characters; what is not is never found.
+struct configuration {
+    std::string network = "TESSALY";
+    std::vector<lu_definition> local_lus;    // the first one is the default; empty: every alias is an LU, network.alias in full
+    std::vector<lu_definition> partner_lus;  // further aliases of local LUs, for ALLOCATE
+    std::vector<std::string> programs;       // names of TPs that the host starts when an attach finds none waiting
+    u32 attach_limit_ms = 30'000;
+    u32 most_attaches = 1000;  // that wait
+};
+
+// What there is at the moment, in plain text.
+struct node_report {
+    struct tp {
+        u32 id;
+        client_id client;
+        std::string name, lu;
+        u32 conversations;
+    };
+    struct conversation {
+        u32 id, tp;
+        const char* state;
+        std::string partner_lu, tp_name, mode;
+    };
+    std::vector<lu_definition> lus;
+    std::vector<tp> tps;
+    std::vector<conversation> conversations;
+    u32 attaches_waiting, tps_waiting, registered_names;
 };
 
 struct frame {
@@ -63,12 +108,18 @@ struct record_counts {
 class engine {
 public:
     engine();
+    explicit engine(const configuration& with);
     ~engine();
     engine(const engine&) = delete;
     engine& operator=(const engine&) = delete;
 
     // Takes one frame, whatever it holds; what is malformed is answered with path_failed or ignored, and harms no other client.
     void accept(const frame& input, frame_sink& output);
+
+    // From now on; what has begun goes on.
+    void configure(const configuration& with);
+
+    node_report report() const;
 
     // When to feed the next time_passed frame; none while nothing waits for time.
     std::optional<u64> deadline_ms() const;

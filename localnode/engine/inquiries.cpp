@@ -10,18 +10,18 @@ namespace tessaly::node {
 
 namespace {
 
-void put_attributes(const conv_side& side, request& verb) noexcept
+void put_attributes(const lu_directory& lus, const conv_side& side, request& verb) noexcept
 {
     auto& block = block_as<appc_get_attributes>(verb.block);
     block.conv_type = side.conv_type;
     block.sync_level = side.sync_level;
     put(block.mode_name, side.mode);
-    put(block.net_name, network_name());
-    put(block.lu_name, lu_name(side.local_lu));
+    put(block.net_name, lus.network_name(side.local_lu));
+    put(block.lu_name, lus.lu_name(side.local_lu));
     put(block.lu_alias, side.local_lu);
     put(block.plu_alias, side.partner_lu);
-    put(block.plu_un_name, lu_name(side.partner_lu));
-    put(block.fqplu_name, full_name(side.partner_lu));
+    put(block.plu_un_name, lus.lu_name(side.partner_lu));
+    put(block.fqplu_name, lus.full_name(side.partner_lu));
     put(block.user_id, side.user);
     block.conv_group_id = side.session;
     block.conv_corr_len = sizeof side.session;
@@ -35,12 +35,12 @@ void put_attributes(const conv_side& side, request& verb) noexcept
 
 }  // namespace
 
-verdict inquire(conv_side& side, request& verb)
+verdict inquire(const node& n, conv_side& side, request& verb)
 {
     switch (verb.row->opcode) {
     case GET_TYPE: block_as<appc_get_type>(verb.block).conv_type = side.conv_type; break;
     case GET_STATE: block_as<appc_get_state>(verb.block).conv_state = static_cast<u8>(side.state); break;
-    case GET_ATTRIBUTES: put_attributes(side, verb); break;
+    case GET_ATTRIBUTES: put_attributes(n.lus, side, verb); break;
     case TEST_RTS:
         if (take_turn_wanted(side) == 0)
             set_codes(verb.block, UNSUCCESSFUL, SEC_NONE);
@@ -56,7 +56,7 @@ verdict get_lu_status(node& n, request& verb)
     auto& block = block_as<appc_get_lu_status>(verb.block);
     const auto asked = load<lu_alias>(block.plu_alias, 0);
     const bool every_partner = asked == ANY_LU || asked == lu_alias{};
-    const std::optional<lu_alias> partner = lu_of_alias(asked.data());
+    const std::optional<lu_alias> partner = n.lus.partner(asked.data());
     if (!partner)
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS);
     u32 with_partner = 0;

@@ -6,7 +6,7 @@
 namespace tessaly::node {
 
 // GET_TYPE, GET_STATE, GET_ATTRIBUTES, TEST_RTS and TEST_RTS_AND_POST.
-verdict inquire(conv_side& side, request& verb);
+verdict inquire(const node& n, conv_side& side, request& verb);
 
 // GET_LU_STATUS. An LU that converses with itself has both ends.
 verdict get_lu_status(node& n, request& verb);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace tessaly::node {
 
@@ -28,6 +29,17 @@ template <typename Name>
 bool is_blank(const Name& name) noexcept
 {
     return name.front() == EBCDIC_BLANK;
+}
+
+// From text; a character that no name has becomes a zero, which no name ends up with.
+template <typename Name>
+Name ebcdic_name(std::string_view text) noexcept
+{
+    Name name;
+    name.fill(EBCDIC_BLANK);
+    const std::size_t used = std::min(text.size(), name.size());
+    std::transform(text.begin(), text.begin() + used, name.begin(), [](char c) { return AE_table[static_cast<u8>(c)]; });
+    return name;
 }
 
 // A field of a block from a name of the same width.

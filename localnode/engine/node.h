@@ -161,6 +161,8 @@ struct attach {
     u64 deadline_ms;
     client_id offered_to;  // 0: to nobody yet
     u32 tp_handle;
+    bool starts_program;  // for which it is kept, until that takes it or ends
+    bool has_started;     // a program already, and none a second time
 };
 
 // A TP that waits for a conversation. attaches.
@@ -188,6 +190,11 @@ struct node {
         announced.init();
         lost.init();
     }
+
+    lu_directory lus;
+    std::vector<tp_name> programs;  // that the host starts
+    u32 attach_limit_ms = 0;
+    u32 most_attaches = 0;
 
     u64 now_ms = 0;
     frame_sink* output = nullptr;  // of the frame in hand

@@ -157,6 +157,17 @@ void send_ready(node& n, const attach& offered)
     send_datagram(n, offered.offered_to, datagram);
 }
 
+bool send_start_program(node& n, const attach& arrived)
+{
+    program_to_start asked;
+    put(asked.tp_name, arrived.side->program);
+    put(asked.lu_alias, arrived.side->local_lu);
+    u8* const frame = n.output->add(0, frame_kind::start_program, arrived.id, sizeof asked);
+    if (frame != nullptr)
+        std::memcpy(frame, &asked, sizeof asked);
+    return frame != nullptr;
+}
+
 void send_announcement_failed(node& n, client_id client, u32 tp_handle)
 {
     appl_ready_datagram datagram{};

@@ -22,6 +22,9 @@ void put_status(conv_side& side, u8* block) noexcept;
 void send_path_failed(node& n, const path_record& path);
 void send_path_failed(node& n, client_id client, u32 path_number);
 
+// Asks the host to start a program. False when that cannot be told.
+bool send_start_program(node& n, const attach& arrived);
+
 // Tells a client what became of an announced TP.
 void send_ready(node& n, const attach& offered);
 void send_announcement_failed(node& n, client_id client, u32 tp_handle);

@@ -17,4 +17,5 @@ target_sources(tessaly_engine PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/confirm.cpp
     ${CMAKE_CURRENT_LIST_DIR}/errors.cpp
     ${CMAKE_CURRENT_LIST_DIR}/inquiries.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/replies.cpp)
+    ${CMAKE_CURRENT_LIST_DIR}/replies.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/report.cpp)

@@ -39,9 +39,8 @@ void lose_user(node& n, path_record& path)
 }
 
 // A logical unit of work of this LU, packed as it travels: no gap between the name and what follows it.
-appc_luw_id new_luw(const lu_alias& lu, u32 number) noexcept
+appc_luw_id new_luw(const fq_lu_name& name, u32 number) noexcept
 {
-    const fq_lu_name name = full_name(lu);
     const auto end = std::find(name.begin(), name.end(), EBCDIC_BLANK);
     appc_luw_id luw{};
     luw.fq_lu_name_len = static_cast<u8>(end - name.begin());
@@ -155,7 +154,7 @@ bool is_tp_id(const u8 (&field)[TP_ID_BYTES], const tp& program) noexcept
 verdict tp_started(node& n, request& verb)
 {
     auto& block = block_as<appc_tp_started>(verb.block);
-    const std::optional<lu_alias> lu = lu_of_alias(block.lu_alias);
+    const std::optional<lu_alias> lu = n.lus.local(block.lu_alias);
     if (!lu)
         return refuse(verb, PARAMETER_CHECK, APPC_SEC_BAD_LU_ALIAS);
     tp* const started = begin_tp(n, *verb.path, verb.header->src_corr);
@@ -163,9 +162,9 @@ verdict tp_started(node& n, request& verb)
         return refuse(verb, UNEXPECTED_SYSTEM_ERROR, SEC_NO_MEMORY);
     started->lu = *lu;
     started->name = name_in<tp_name>(block.tp_name);
-    started->protected_luw = started->unprotected_luw = new_luw(*lu, started->id);
+    started->protected_luw = started->unprotected_luw = new_luw(n.lus.full_name(*lu), started->id);
     put(block.lu_alias, *lu);
-    put(block.fq_lu_name, full_name(*lu));
+    put(block.fq_lu_name, n.lus.full_name(*lu));
     put_tp_id(block.tp_id, *started);
     return verdict::answer;
 }
@@ -192,14 +191,14 @@ verdict set_tp_properties(request& verb) noexcept
     return verdict::answer;
 }
 
-verdict get_tp_properties(request& verb) noexcept
+verdict get_tp_properties(const node& n, request& verb) noexcept
 {
     auto& block = block_as<appc_get_tp_properties>(verb.block);
     const tp& program = *verb.user;
     put(block.tp_name, program.name);
     put(block.lu_alias, program.lu);
     block.luw_id = program.protected_luw;
-    put(block.fq_lu_name, full_name(program.lu));
+    put(block.fq_lu_name, n.lus.full_name(program.lu));
     put(block.user_id, program.user);
     if (block.format != 0)
         block.unprot_luw_id = program.unprotected_luw;

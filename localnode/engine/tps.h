@@ -30,6 +30,6 @@ bool is_tp_id(const u8 (&field)[TP_ID_BYTES], const tp& program) noexcept;
 verdict tp_started(node& n, request& verb);
 verdict tp_ended(node& n, request& verb);
 verdict set_tp_properties(request& verb) noexcept;
-verdict get_tp_properties(request& verb) noexcept;
+verdict get_tp_properties(const node& n, request& verb) noexcept;
 
 }  // namespace tessaly::node

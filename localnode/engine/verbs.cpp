@@ -92,7 +92,7 @@ verdict act_on(node& n, request& verb)
     case RECEIVE_ALLOCATE: return receive_allocate(n, verb);
     case TP_ENDED: return tp_ended(n, verb);
     case SET_TP_PROPERTIES: return set_tp_properties(verb);
-    case GET_TP_PROPERTIES: return get_tp_properties(verb);
+    case GET_TP_PROPERTIES: return get_tp_properties(n, verb);
     case GET_LU_STATUS: return get_lu_status(n, verb);
     case ALLOCATE: return allocate(n, verb);
     case SEND_CONVERSATION: return send_conversation(n, verb);
