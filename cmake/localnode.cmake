@@ -48,3 +48,10 @@ target_link_libraries(tessaly_daemon PUBLIC tessaly_engine)
 add_executable(tessaly_node ${PROJECT_SOURCE_DIR}/localnode/daemon/main.cpp)
 set_target_properties(tessaly_node PROPERTIES OUTPUT_NAME tessaly-node)
 target_link_libraries(tessaly_node PRIVATE tessaly_daemon)
+
+# The settings that are installed say what the node does without them. The service is systemd's.
+configure_file(${PROJECT_SOURCE_DIR}/localnode/daemon/system/tessaly-node.service.in ${PROJECT_BINARY_DIR}/tessaly-node.service @ONLY)
+install(TARGETS tessaly_node)
+install(FILES localnode/daemon/tessaly-node.toml DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/tessaly)
+install(FILES ${PROJECT_BINARY_DIR}/tessaly-node.service DESTINATION lib/systemd/system)
+install(FILES localnode/daemon/system/tessaly.conf DESTINATION lib/tmpfiles.d)

@@ -1,5 +1,7 @@
 #include "localnode/daemon/server.h"
 
+#include "localnode/daemon/config.h"
+#include "localnode/daemon/notify.h"
 #include "localnode/runtime/clock.h"
 
 #include <sys/signalfd.h>
@@ -14,7 +16,6 @@ namespace tessaly::daemon {
 
 namespace {
 
-constexpr u64 GOODBYE_MS = 2000;
 constexpr int RETRY_MS = 500;
 
 void watch(int poller, int fd, void* as)
@@ -37,8 +38,9 @@ sigset_t signals_taken() noexcept
     return taken;
 }
 
-server::server(const settings& with, listener& clients)
-    : settings_(with), listener_(clients), poller_(epoll_create1(EPOLL_CLOEXEC)), switchboard_(poller_.get(), with)
+server::server(settings& with, std::string config, listener& clients)
+    : settings_(with), config_(std::move(config)), listener_(clients), poller_(epoll_create1(EPOLL_CLOEXEC)),
+      programs_(with.socket), switchboard_(poller_.get(), with, programs_)
 {
     const sigset_t taken = signals_taken();
     signals_ = unique_fd{signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK)};
@@ -127,14 +129,42 @@ void server::take_signals()
         if (got.ssi_signo == SIGTERM || got.ssi_signo == SIGINT) {
             log(level::info, "stops: ", strsignal(static_cast<int>(got.ssi_signo)));
             stopping_ = true;
+        } else if (got.ssi_signo == SIGHUP) {
+            reload();
+        } else {
+            switchboard_.reap_programs();
         }
     }
 }
 
+// What has begun goes on under the old settings; a file that cannot be used changes nothing.
+void server::reload()
+try {
+    notify_manager("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(runtime::precise_now_ms() * 1000));
+    settings fresh = config_.empty() ? settings_ : read_config(config_);
+    fresh.socket = settings_.socket;
+    fresh.access.mode = settings_.access.mode;
+    fresh.access.group = settings_.access.group;
+    if (!log_to(fresh.log.file))
+        throw config_error(fresh.log.file + ": " + error_text(errno) + "\n");
+    log_up_to(fresh.log.most);
+    settings_ = std::move(fresh);
+    switchboard_.configure();
+    log(level::info, "has read its settings again");
+    notify_manager("READY=1");
+} catch (const config_error& error) {
+    std::istringstream lines{error.what()};
+    for (std::string line; std::getline(lines, line);)
+        log(level::error, line);
+    log(level::error, "the settings stay as they were");
+    notify_manager("READY=1");
+}
+
 void server::say_goodbye()
 {
+    notify_manager("STOPPING=1");
     switchboard_.terminate();
-    const u64 until = runtime::precise_now_ms() + GOODBYE_MS;
+    const u64 until = runtime::precise_now_ms() + settings_.times.stop_seconds * 1000;
     for (u64 now = 0; switchboard_.clients() != 0 && (now = runtime::precise_now_ms()) < until;) {
         const int count = epoll_wait(poller_.get(), events_, std::size(events_), static_cast<int>(until - now));
         for (int i = 0; i < count; ++i)

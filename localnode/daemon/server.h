@@ -14,25 +14,27 @@ sigset_t signals_taken() noexcept;
 
 class server {
 public:
-    server(const settings& with, listener& clients);
+    // config: the file that is read again on SIGHUP; empty: none.
+    server(settings& with, std::string config, listener& clients);
 
     // Until a signal says stop. Then all clients have been told, and have had a moment to take what waited for them.
     void run();
 
 private:
-    enum class news { none, some };
-
     int wait_for_news(int timeout_ms);
     int timeout_ms() const noexcept;
     void handle(const epoll_event& event);
     void admit_clients();
     void take_signals();
+    void reload();
     void say_goodbye();
 
-    const settings& settings_;
+    settings& settings_;
+    const std::string config_;
     listener& listener_;
     unique_fd poller_;
     unique_fd signals_;
+    programs programs_;
     switchboard switchboard_;
     looking look_;
     bool stopping_ = false;

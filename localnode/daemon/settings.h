@@ -1,33 +1,74 @@
-// What the node can be told, with what it does when it is told nothing. The file that is installed with it shows the same.
+// What the node can be told, with what it does when it is told nothing. tessaly-node.toml, which is installed with it, shows
+// the same and says what each setting means.
 #pragma once
 
 #include "common/types.h"
 #include "localnode/daemon/log.h"
 #include "localnode/daemon/status_protocol.h"
+#include "localnode/engine/engine.h"
 
 #include <sys/types.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace tessaly::daemon {
 
+struct program_settings {
+    std::string tp_name;
+    std::vector<std::string> command;
+    std::string user;  // empty: the node's own
+    std::map<std::string, std::string> environment;
+
+    bool operator==(const program_settings&) const = default;
+};
+
 struct settings {
-    std::string name = "TESSALY";
-    std::string socket{node::DEFAULT_SOCKET};
-
-    struct {
-        u32 mode = 0600;          // of the socket's file
-        std::string group;        // of the socket's file; empty: the node's own
-        std::vector<uid_t> users;  // who may connect, besides root and the node's user; both empty: whom the file's mode lets in
+    struct access_settings {
+        u32 mode = 0600;
+        std::string group;  // empty: the node's own
+        std::vector<uid_t> users;
         std::vector<gid_t> groups;
-    } access;
 
-    struct {
+        bool operator==(const access_settings&) const = default;
+    };
+    struct log_settings {
+        std::string file;  // empty: stderr
+        level most = level::info;
+
+        bool operator==(const log_settings&) const = default;
+    };
+    struct limit_settings {
         u32 clients = 1000;
         u32 paths_per_client = 20'000;
         u32 queued_mib_per_client = 64;
-    } limits;
+        u32 waiting_attaches = 1000;
+        u32 programs = 100;
+
+        bool operator==(const limit_settings&) const = default;
+    };
+    struct time_settings {
+        u32 attach_seconds = 30;
+        u32 stop_seconds = 2;
+
+        bool operator==(const time_settings&) const = default;
+    };
+
+    std::string name = "TESSALY";
+    std::string network = "TESSALY";
+    std::string socket{node::DEFAULT_SOCKET};
+    access_settings access;
+    log_settings log;
+    limit_settings limits;
+    time_settings times;
+    std::vector<node::lu_definition> lus;
+    std::vector<node::lu_definition> partner_lus;
+    std::vector<program_settings> programs;
+
+    bool operator==(const settings&) const = default;
 };
+
+node::configuration engine_configuration(const settings& from);
 
 }  // namespace tessaly::daemon

@@ -1,5 +1,8 @@
 #include "localnode/daemon/switchboard.h"
 
+#include "localnode/engine/lu_names.h"
+#include "localnode/runtime/clock.h"
+
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -45,10 +48,18 @@ std::optional<node::frame> frame_in(std::span<const u8> packet) noexcept
 
 }  // namespace
 
-switchboard::switchboard(int poller, const settings& with) : poller_(poller), settings_(with)
+switchboard::switchboard(int poller, const settings& with, programs& children)
+    : poller_(poller), settings_(with), programs_(children), began_ms_(runtime::precise_now_ms())
 {
-    departed_.reserve(with.limits.clients + 1);  // so that dropping a client needs no memory
-    gone_.reserve(with.limits.clients + 1);
+    configure();
+}
+
+void switchboard::configure()
+{
+    const std::size_t most = std::max<std::size_t>(settings_.limits.clients, connections_.size()) + 1;
+    departed_.reserve(most);  // so that dropping a client needs no memory
+    gone_.reserve(most);
+    engine_.configure(engine_configuration(settings_));
 }
 
 connection* switchboard::find(node::client_id id)
@@ -59,10 +70,10 @@ connection* switchboard::find(node::client_id id)
 
 bool switchboard::may_connect(const ucred& peer) const
 {
-    const auto& [mode, group, users, groups] = settings_.access;
+    const auto& access = settings_.access;
     const auto is_in = [](const auto& ids, auto id) { return std::ranges::find(ids, id) != ids.end(); };
-    return peer.uid == 0 || peer.uid == geteuid() || (users.empty() && groups.empty()) || is_in(users, peer.uid) ||
-           is_in(groups, peer.gid);
+    return peer.uid == 0 || peer.uid == geteuid() || (access.users.empty() && access.groups.empty()) ||
+           is_in(access.users, peer.uid) || is_in(access.groups, peer.gid);
 }
 
 void switchboard::admit(unique_fd socket)
@@ -100,7 +111,7 @@ void switchboard::take_packets(connection& from)
     for (u32 taken = 0; taken < MOST_PACKETS_A_ROUND && from.now != connection::stage::gone; ++taken)
         if (!take_packet(from))
             break;
-    tell_of_departed();
+    settle();
 }
 
 // Result: whether to look for another packet at once. Behind an answer there is none as a rule.
@@ -113,7 +124,7 @@ bool switchboard::take_packet(connection& from)
         return false;
     }
     if (got == 0) {
-        drop(from, level::info, "left");
+        drop(from, from.now == connection::stage::greeting ? level::debug : level::info, "left");
         return false;
     }
     if (got > static_cast<ssize_t>(sizeof received_)) {
@@ -228,7 +239,7 @@ void switchboard::send_waiting(connection& to)
         return;
     if (!to.flush()) {
         drop(to, level::info, error_text(errno));
-        tell_of_departed();
+        settle();
         return;
     }
     if (to.queued_bytes() != 0)
@@ -258,17 +269,45 @@ void switchboard::pass_time(u64 now_ms)
 void switchboard::feed(const node::frame& input)
 {
     accept(input);
-    tell_of_departed();
+    settle();
 }
 
-// Whoever does not take what that causes departs as well.
-void switchboard::tell_of_departed()
+// Tells the engine what has become of what it sent, which may cause more of the same.
+void switchboard::settle()
 {
-    while (!departed_.empty()) {
-        const node::client_id gone = departed_.back();
-        departed_.pop_back();
-        accept({.kind = frame_kind::client_gone, .client = gone, .now_ms = told_ms_});
+    while (!departed_.empty() || !not_started_.empty()) {
+        node::frame news{.kind = frame_kind::client_gone, .now_ms = told_ms_};
+        if (!departed_.empty()) {
+            news.client = departed_.back();
+            departed_.pop_back();
+        } else {
+            news.kind = frame_kind::program_ended;
+            news.path = not_started_.back();
+            not_started_.pop_back();
+        }
+        accept(news);
     }
+}
+
+void switchboard::reap_programs()
+{
+    for (const u32 attach_corr : programs_.take_ended())
+        feed({.kind = frame_kind::program_ended, .path = attach_corr, .now_ms = told_ms_});
+}
+
+void switchboard::start_program(std::span<const u8> packet)
+{
+    node::packet_header header;
+    node::program_to_start asked;
+    std::memcpy(&header, packet.data(), sizeof header);
+    std::memcpy(&asked, packet.data() + sizeof header, sizeof asked);
+    const std::string name = node::text_of(asked.tp_name);
+    const auto program = std::ranges::find(settings_.programs, name, &program_settings::tp_name);
+    const bool room = programs_.running() < settings_.limits.programs;
+    if (!room)
+        log(level::warning, "program ", name, ": not started, since ", programs_.running(), " run already");
+    if (!room || program == settings_.programs.end() || !programs_.start(*program, header.path))
+        not_started_.push_back(header.path);
 }
 
 void switchboard::accept(const node::frame& input)
@@ -288,7 +327,9 @@ void switchboard::accept(const node::frame& input)
 void switchboard::deliver()
 {
     for (const outgoing::packet& packet : out_.packets())
-        if (connection* const to = find(packet.client); to != nullptr && to->now == connection::stage::conversing)
+        if (packet.client == 0)
+            start_program(packet.bytes);
+        else if (connection* const to = find(packet.client); to != nullptr && to->now == connection::stage::conversing)
             send_to(*to, packet.bytes);
     for (const node::client_id client : out_.starved())
         if (connection* const to = find(client))
@@ -324,6 +365,14 @@ void switchboard::terminate()
 
 void switchboard::report_status(connection& to)
 {
+    const std::string document =
+        status_document(settings_, runtime::precise_now_ms() - began_ms_, connections_, engine_.report());
+    std::span<const u8> rest{reinterpret_cast<const u8*>(document.data()), document.size()};
+    while (!rest.empty() && to.now != connection::stage::gone) {
+        const std::size_t next = std::min(rest.size(), node::STATUS_PACKET);
+        send_to(to, rest.first(next));
+        rest = rest.subspan(next);
+    }
     leave(to);
 }
 

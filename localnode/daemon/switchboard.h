@@ -4,17 +4,19 @@
 
 #include "localnode/daemon/connection.h"
 #include "localnode/daemon/outgoing.h"
+#include "localnode/daemon/programs.h"
 #include "localnode/daemon/settings.h"
-
-#include <unordered_map>
-#include <vector>
+#include "localnode/daemon/status_report.h"
 
 namespace tessaly::daemon {
 
 class switchboard {
 public:
     // poller: an epoll instance, which hands back the connection with each event.
-    switchboard(int poller, const settings& with);
+    switchboard(int poller, const settings& with, programs& children);
+
+    // The settings are others from now on.
+    void configure();
 
     // A new connection, unless the peer may not connect.
     void admit(unique_fd socket);
@@ -24,6 +26,7 @@ public:
     void send_waiting(connection& to);
 
     void pass_time(u64 now_ms);
+    void reap_programs();
     std::optional<u64> deadline_ms() const { return engine_.deadline_ms(); }
 
     // Tells all clients that the node stops, and takes nothing from them any more.
@@ -42,6 +45,7 @@ private:
     bool converse(connection& from, std::span<const u8> packet);
     void track_path(connection& from, const node::frame& sent);
     bool refuses_path(connection& from, const node::frame& sent);
+    void start_program(std::span<const u8> packet);
     void send_to(connection& to, std::span<const u8> packet);
     void report_status(connection& to);
     void watch_for_room(connection& of, bool wanted);
@@ -49,20 +53,23 @@ private:
 
     void feed(const node::frame& input);
     void accept(const node::frame& input);
-    void tell_of_departed();
+    void settle();
     void deliver();
     void drop(connection& dropped, level of, std::string_view reason);
     connection* find(node::client_id id);
 
     const int poller_;
     const settings& settings_;
+    programs& programs_;
     node::engine engine_;
     outgoing out_;
-    std::unordered_map<node::client_id, std::unique_ptr<connection>> connections_;
+    connection_map connections_;
     std::vector<std::unique_ptr<connection>> gone_;
     std::vector<node::client_id> departed_;  // of whom the engine has not been told yet
+    std::vector<u32> not_started_;           // attaches for which no program could be started, the same
     node::client_id last_id_ = 0;
     u64 told_ms_ = 0;
+    const u64 began_ms_;
     alignas(16) u8 received_[node::LONGEST_PACKET];
 };
 

@@ -42,6 +42,8 @@ struct program_to_start {
 struct lu_definition {
     std::string alias;
     std::string name;  // with its network: "TESSALY.HERE"
+
+    bool operator==(const lu_definition&) const = default;
 };
 
 // What names mean and how long things wait. Names are of the right length and characters; what is not is never found.
