@@ -141,11 +141,12 @@ void read_lu(config_section& in, const std::string& network, std::vector<node::l
 {
     node::lu_definition lu;
     in.require("alias");
-    if (in.read("alias", lu.alias, check_short_name) && is_defined(lus, lu.alias, &node::lu_definition::alias))
-        in.report("alias", "another LU has this alias");
+    const bool has_alias = in.read("alias", lu.alias, check_short_name);
     if (!in.read("name", lu.name, check_full_name))
         lu.name = network + "." + lu.alias;
-    if (is_defined(lus, lu.name, &node::lu_definition::name))
+    if (has_alias && is_defined(lus, lu.alias, &node::lu_definition::alias))
+        in.report("alias", "another LU has this alias");
+    else if (is_defined(lus, lu.name, &node::lu_definition::name))
         in.report("name", "another LU has the name " + lu.name);
     lus.push_back(lu);
 }
@@ -210,12 +211,12 @@ std::string printed(const std::string& file, const config_problem& problem)
 
 }  // namespace
 
-settings read_config(const std::string& file)
+settings read_config(const std::string& file, settings otherwise)
 {
     std::ifstream in(file, std::ios::binary);
     if (!in)
         throw config_error(file + ": " + error_text(errno) + "\n");
-    settings read;
+    settings read = std::move(otherwise);
     std::vector<config_problem> problems;
     try {
         const toml::value root = toml::parse(in, file);

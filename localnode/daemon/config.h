@@ -13,7 +13,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// What the file does not set is as in settings{}. Throws config_error, also when the file cannot be read.
-settings read_config(const std::string& file);
+// What the file does not set is as given. Throws config_error, also when the file cannot be read.
+settings read_config(const std::string& file, settings otherwise = {});
 
 }  // namespace tessaly::daemon

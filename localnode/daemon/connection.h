@@ -2,7 +2,7 @@
 #pragma once
 
 #include "localnode/daemon/unique_fd.h"
-#include "localnode/engine/engine.h"
+#include "localnode/engine/packet.h"
 
 #include <sys/socket.h>
 
@@ -41,6 +41,7 @@ public:
     const node::client_id id;
     const ucred peer;
     stage now = stage::greeting;
+    node::refusal refused = node::refusal::none;  // what its greeting will be answered with
     bool watched_for_room = false;  // the poller tells when the client takes packets again
     std::unordered_set<u32> paths;  // that the client has opened
 

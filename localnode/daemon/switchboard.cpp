@@ -17,6 +17,9 @@ using node::frame_kind;
 
 constexpr u32 MOST_PACKETS_A_ROUND = 16;
 
+// Connections that stay until they can be told that they are refused; a connection that is closed before loses what was sent.
+constexpr u32 MOST_REFUSED = 16;
+
 template <typename Record>
 std::span<const u8> bytes_of(const Record& record) noexcept
 {
@@ -56,7 +59,7 @@ switchboard::switchboard(int poller, const settings& with, programs& children)
 
 void switchboard::configure()
 {
-    const std::size_t most = std::max<std::size_t>(settings_.limits.clients, connections_.size()) + 1;
+    const std::size_t most = std::max<std::size_t>(settings_.limits.clients, connections_.size()) + 1 + MOST_REFUSED;
     departed_.reserve(most);  // so that dropping a client needs no memory
     gone_.reserve(most);
     engine_.configure(engine_configuration(settings_));
@@ -76,28 +79,33 @@ bool switchboard::may_connect(const ucred& peer) const
            is_in(access.users, peer.uid) || is_in(access.groups, peer.gid);
 }
 
+node::refusal switchboard::refusal_for(const ucred& peer) const
+{
+    if (!may_connect(peer))
+        return node::refusal::not_permitted;
+    return connections_.size() - refused_ < settings_.limits.clients ? node::refusal::none : node::refusal::too_many_clients;
+}
+
 void switchboard::admit(unique_fd socket)
 {
     ucred peer{};
     socklen_t length = sizeof peer;
     if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
         return;
-    node::welcome refusal;
-    if (!may_connect(peer))
-        refusal.refused = node::refusal::not_permitted;
-    else if (connections_.size() >= settings_.limits.clients)
-        refusal.refused = node::refusal::too_many_clients;
-    if (refusal.refused != node::refusal::none) {
-        log(level::warning, "refused process ", peer.pid, " of user ", peer.uid, ", group ", peer.gid, ": ",
-            refusal.refused == node::refusal::not_permitted ? "not permitted" : "too many clients");
-        send(socket.get(), &refusal, sizeof refusal, MSG_DONTWAIT | MSG_NOSIGNAL);
-        return;
+    const node::refusal refused = refusal_for(peer);
+    if (refused != node::refusal::none) {
+        log(level::warning, "refuses process ", peer.pid, " of user ", peer.uid, ", group ", peer.gid, ": ",
+            refused == node::refusal::not_permitted ? "not permitted" : "too many clients");
+        if (refused_ == MOST_REFUSED)
+            return;
     }
     do
         ++last_id_;
     while (last_id_ == 0 || connections_.contains(last_id_));
     const int fd = socket.get();
     auto made = std::make_unique<connection>(last_id_, std::move(socket), peer);
+    made->refused = refused;
+    refused_ += refused != node::refusal::none;
     epoll_event event{};
     event.events = EPOLLIN;
     event.data.ptr = made.get();
@@ -152,7 +160,9 @@ bool switchboard::take(connection& from, std::span<const u8> packet)
 
 bool switchboard::greet(connection& from, std::span<const u8> packet)
 {
-    if (std::ranges::equal(packet, node::STATUS_REQUEST, {}, {}, [](char c) { return static_cast<u8>(c); })) {
+    const bool asks_for_status =
+        std::ranges::equal(packet, node::STATUS_REQUEST, {}, {}, [](char c) { return static_cast<u8>(c); });
+    if (asks_for_status && from.refused != node::refusal::not_permitted) {
         report_status(from);
         return false;
     }
@@ -161,13 +171,13 @@ bool switchboard::greet(connection& from, std::span<const u8> packet)
         drop(from, level::warning, "did not greet as a client does");
         return false;
     }
-    node::welcome welcome;
+    node::welcome welcome{.refused = from.refused};
     if (hello.version != node::PACKET_VERSION)
         welcome.refused = node::refusal::version;
-    else
+    if (welcome.refused == node::refusal::none)
         from.now = connection::stage::conversing;
     log(level::info, "client ", from.id, ": process ", from.peer.pid, ", user ", from.peer.uid, ", group ", from.peer.gid,
-        welcome.refused == node::refusal::none ? "" : " speaks another version");
+        welcome.refused == node::refusal::none ? "" : ", refused");
     send_to(from, bytes_of(welcome));
     if (welcome.refused != node::refusal::none)
         leave(from);
@@ -343,6 +353,7 @@ void switchboard::drop(connection& dropped, level of, std::string_view reason)
     log(of, "client ", dropped.id, ", process ", dropped.peer.pid, ": ", reason);
     if (dropped.now == connection::stage::conversing)
         departed_.push_back(dropped.id);
+    refused_ -= dropped.refused != node::refusal::none;
     dropped.now = connection::stage::gone;
     dropped.close();
     const auto at = connections_.find(dropped.id);

@@ -38,6 +38,7 @@ public:
     void drop_gone() noexcept { gone_.clear(); }
 
 private:
+    node::refusal refusal_for(const ucred& peer) const;
     bool may_connect(const ucred& peer) const;
     bool take_packet(connection& from);
     bool take(connection& from, std::span<const u8> packet);
@@ -68,6 +69,7 @@ private:
     std::vector<node::client_id> departed_;  // of whom the engine has not been told yet
     std::vector<u32> not_started_;           // attaches for which no program could be started, the same
     node::client_id last_id_ = 0;
+    u32 refused_ = 0;  // connections
     u64 told_ms_ = 0;
     const u64 began_ms_;
     alignas(16) u8 received_[node::LONGEST_PACKET];

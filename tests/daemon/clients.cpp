@@ -1,0 +1,177 @@
+// What clients can do to the node, and that the others go on.
+#include "tests/daemon/daemon.h"
+#include "tests/e2e/talking.h"
+
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <functional>
+
+namespace tessaly::daemon {
+namespace {
+
+using node::frame_kind;
+using talking::ok;
+
+// A client that behaves: two TPs of this process converse through the node.
+class good_client {
+public:
+    good_client()
+    {
+        caller.allocate("THERE", "SINK");
+        EXPECT_EQ(called.try_to_accept("SINK"), ok);
+    }
+    void expect_to_go_on()
+    {
+        EXPECT_EQ(caller.send("hello"), ok);
+        EXPECT_EQ(called.receive().data, "hello");
+    }
+
+private:
+    talking::program caller = talking::program::start("HERE", "CALLER");
+    talking::program called;
+};
+
+struct hostile {
+    const char* what;
+    std::string first;   // sent instead of a hello; empty: a hello
+    std::string packet;  // sent then
+    const char* logged;
+};
+
+const std::string HELLO = bytes_of(node::hello{});
+
+// clang-format off
+const hostile hostiles[] = {
+    {"no hello",            "GET / HTTP/1.0\r\n", "",                                       "did not greet"},
+    {"half a hello",        HELLO.substr(0, 4),   "",                                       "did not greet"},
+    {"another magic",       bytes_of(node::hello{.magic = 1}), "",                          "did not greet"},
+    {"a frame first",       packet(frame_kind::path_opened, 1), "",                         "did not greet"},
+    {"a short packet",      "", std::string(15, '\0'),                                      "no frame"},
+    {"an unknown kind",     "", packet(static_cast<frame_kind>(200), 1),                    "no frame"},
+    {"the host's frames",   "", packet(frame_kind::time_passed, 0),                         "no frame"},
+    {"another's end",       "", packet(frame_kind::client_gone, 0),                         "no frame"},
+    {"a program's end",     "", packet(frame_kind::program_ended, 0x10001),                 "no frame"},
+    {"a block too long",    "", packet(frame_kind::message, 1, 100) + std::string(99, 'x'), "no frame"},
+    {"a huge block",        "", packet(frame_kind::message, 1, 0xFFFFFFF0, 16),             "no frame"},
+    {"bytes left over",     "", packet(frame_kind::message, 1, 99) + std::string(100, 'x'), "no frame"},
+    {"a path with a block", "", packet(frame_kind::path_opened, 1, 4) + "bloc",             "no frame"},
+    {"a datagram's data",   "", packet(frame_kind::datagram, 0, 0, 4) + "data",             "no frame"},
+    {"a packet too long",   "", echo(node::LONGEST_PACKET),                                 "too long"},
+};
+// clang-format on
+
+using Clients = DaemonTest;
+
+TEST_F(Clients, that_send_nonsense_are_dropped_with_a_line_and_harm_nobody)
+{
+    start();
+    good_client good;
+    for (const hostile& each : hostiles) {
+        SCOPED_TRACE(each.what);
+        const raw_client client{socket};
+        if (!each.first.empty())
+            EXPECT_TRUE(client.send(each.first));
+        else
+            EXPECT_TRUE(client.greet() && client.send(each.packet));
+        EXPECT_TRUE(client.is_dropped());
+        EXPECT_TRUE(logs(each.logged));
+        good.expect_to_go_on();
+    }
+}
+
+TEST_F(Clients, messages_that_no_verb_is_fail_their_path_only)
+{
+    start();
+    good_client good;
+    const raw_client client{socket};
+    ASSERT_TRUE(client.greet());
+    for (const u32 bytes : {0u, 3u, 112u, 300u, 100'001u}) {
+        EXPECT_TRUE(client.send(packet(frame_kind::path_opened, 7)));
+        EXPECT_TRUE(client.send(packet(frame_kind::message, 7, bytes) + std::string(bytes, 'x')));
+        EXPECT_EQ(client.receive(), packet(frame_kind::path_failed, 7)) << bytes;
+        EXPECT_TRUE(client.send(packet(frame_kind::datagram, 0, bytes) + std::string(bytes, 'x')));
+    }
+    EXPECT_TRUE(client.send(echo(10)));
+    EXPECT_EQ(client.receive(), echo(10));
+    good.expect_to_go_on();
+}
+
+TEST_F(Clients, that_take_nothing_lose_their_place_and_keep_nobody_waiting)
+{
+    start("[limits]\nqueued_mib_per_client = 1\npaths_per_client = 3\nclients = 3");
+    good_client good;
+    const raw_client greedy{socket};
+    ASSERT_TRUE(greedy.greet());
+    const raw_client third{socket};
+    EXPECT_TRUE(third.greet());
+    const raw_client fourth{socket};
+    EXPECT_TRUE(fourth.send(bytes_of(node::hello{})));
+    EXPECT_EQ(fourth.receive(), bytes_of(node::welcome{.refused = node::refusal::too_many_clients}));
+    EXPECT_TRUE(fourth.is_dropped());
+    u32 sent = 0;
+    while (sent < 100 && greedy.send(echo(100'000)))  // the node goes on reading, so this never blocks for good
+        ++sent;
+    EXPECT_GE(sent, 10u);
+    EXPECT_TRUE(logs("does not take what it is sent"));
+    good.expect_to_go_on();
+    for (u32 path = 1; path <= 4; ++path)
+        EXPECT_TRUE(third.send(packet(frame_kind::path_opened, path)));
+    EXPECT_EQ(third.receive(), packet(frame_kind::path_failed, 4));
+    EXPECT_TRUE(third.send(packet(frame_kind::path_closed, 1)) && third.send(packet(frame_kind::path_opened, 4)));
+    EXPECT_TRUE(third.send(echo()));
+    EXPECT_EQ(third.receive(), echo()) << "a path is free again";
+}
+
+TEST_F(Clients, another_version_is_told_so_and_the_status_shows_who_is_there)
+{
+    start("name = \"NODE1\"");
+    const raw_client newer{socket};
+    EXPECT_TRUE(newer.send(bytes_of(node::hello{.version = 2})));
+    EXPECT_EQ(newer.receive(), bytes_of(node::welcome{.refused = node::refusal::version}));
+    EXPECT_TRUE(newer.is_dropped());
+    good_client good;
+    const std::string document = status();
+    for (const std::string& part : std::initializer_list<std::string>
+             {"\"node\":\"NODE1\"", "\"paths\":2", "\"pid\":" + std::to_string(getpid()) + ",", "\"tp_name\":\"SINK\"",
+              "\"state\":\"SEND\"", "\"lu\":\"THERE\"", "\"name\":\"CALLER\"", "\"queued_bytes\":0"})
+        EXPECT_NE(document.find(part), document.npos) << part << " in " << document;
+}
+
+TEST_F(Clients, only_those_who_may_connect_do)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    constexpr uid_t ALLOWED = 77'001, OTHER = 77'002;
+    // clang-format off
+    const struct { const char* access; uid_t user; int expected; } cases[] = {
+        {"mode = \"0666\"\nusers = [\"77001\"]",             ALLOWED, 0},
+        {"mode = \"0666\"\nusers = [\"77001\"]",             OTHER,   1},
+        {"mode = \"0666\"\ngroups = [\"77002\"]",            OTHER,   0},  // the child's group is as its user
+        {"mode = \"0600\"",                                  OTHER,   2},
+        {"mode = \"0660\"\ngroup = \"daemon\"",              OTHER,   2},
+    };
+    // clang-format on
+    std::filesystem::permissions(directory, std::filesystem::perms(0755));
+    for (const auto& each : cases) {
+        start(std::string("[access]\n") + each.access);
+        const pid_t child = fork();
+        if (child == 0) {
+            const bool dropped = setgid(each.user) == 0 && setuid(each.user) == 0 && access(socket.c_str(), W_OK) == 0;
+            if (!dropped)
+                _exit(2);
+            const raw_client client{socket};
+            client.send(bytes_of(node::hello{}));
+            const std::optional<std::string> got = client.receive();
+            _exit(got == bytes_of(node::welcome{})                                                  ? 0
+                  : got == bytes_of(node::welcome{.refused = node::refusal::not_permitted}) ? 1 : 3);
+        }
+        int how = 0;
+        waitpid(child, &how, 0);
+        EXPECT_EQ(WEXITSTATUS(how), each.expected) << each.access << " as " << each.user;
+        EXPECT_EQ(stop(SIGTERM), 0);
+    }
+}
+
+}  // namespace
+}  // namespace tessaly::daemon
