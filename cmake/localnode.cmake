@@ -48,6 +48,10 @@ target_link_libraries(tessaly_daemon PUBLIC tessaly_engine)
 add_executable(tessaly_node ${PROJECT_SOURCE_DIR}/localnode/daemon/main.cpp)
 set_target_properties(tessaly_node PROPERTIES OUTPUT_NAME tessaly-node)
 target_link_libraries(tessaly_node PRIVATE tessaly_daemon)
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    set_target_properties(tessaly_daemon tessaly_node PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    target_compile_options(tessaly_daemon PRIVATE -ffat-lto-objects)
+endif()
 
 # The settings that are installed say what the node does without them. The service is systemd's.
 configure_file(${PROJECT_SOURCE_DIR}/localnode/daemon/system/tessaly-node.service.in ${PROJECT_BINARY_DIR}/tessaly-node.service @ONLY)

@@ -105,7 +105,9 @@ void read_access(config_section& in, settings::access_settings& access)
 void read_log(config_section& in, settings::log_settings& log)
 {
     static const std::vector<std::string> levels = {"error", "warning", "info", "debug"};
-    in.read("file", log.file);
+    in.read("file", log.file, [](const std::string& text) {
+        return text.empty() || text.starts_with('/') ? "" : "must be a path from / on, or empty";
+    });
     std::string most;
     const auto check = [](const std::string& text) {
         return std::ranges::find(levels, text) != levels.end()

@@ -55,13 +55,13 @@ public:
         process_ = fork();
         if (process_ == 0) {
             setenv("NOTIFY_SOCKET", ready.c_str(), 1);
-            execl(TESSALY_NODE_PROGRAM, "tessaly-node", "--foreground", "--socket", socket().c_str(), nullptr);
+            const std::string config = directory_ + "/config.toml";
+            execl(TESSALY_NODE_PROGRAM, "tessaly-node", "--foreground", "--socket", socket().c_str(), "--config", config.c_str(),
+                  nullptr);
             _exit(127);
         }
-        sockaddr_un there{};
-        there.sun_family = AF_UNIX;
-        socket().copy(there.sun_path, sizeof there.sun_path - 1);
-        for (int t = 0; t < 60000; ++t) { int c = ::socket(AF_UNIX, SOCK_SEQPACKET|SOCK_CLOEXEC, 0); int f = ::connect(c, reinterpret_cast<sockaddr*>(&there), sizeof there); close(c); if (f == 0) break; usleep(1000);} 
+        pollfd news{told, POLLIN, 0};
+        EXPECT_EQ(poll(&news, 1, 60'000), 1) << "the node never said that it is ready";
         close(told);
     }
 
