@@ -113,8 +113,8 @@ private:
         const holdings before = node.held();
         const auto calls_before = std::ssize(node.calls);
         enter(through_, v);
-        const std::string_view send = "vpm_send_ips";
-        if (opcode == RECEIVE_AND_POST && std::find(node.calls.begin() + calls_before, node.calls.end(), send) != node.calls.end())
+        const auto new_calls = node.calls.begin() + calls_before;
+        if (opcode == RECEIVE_AND_POST && std::count(new_calls, node.calls.end(), std::string_view("vpm_send_ips")) != 0)
             posting_ = &v;
         const holdings now = node.held();
         EXPECT_EQ(now.path_users, now.tables) << "the library has started by half";
