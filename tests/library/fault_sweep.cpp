@@ -111,10 +111,10 @@ private:
             v.as<appc_deallocate>().forget_callback = forget;
         issued_.push_back(&v);
         const holdings before = node.held();
-        const auto sends = [this] { return std::ranges::count(node.calls, std::string_view("vpm_send_ips")); };
-        const auto sends_before = sends();
+        const auto calls_before = std::ssize(node.calls);
         enter(through_, v);
-        if (opcode == RECEIVE_AND_POST && sends() != sends_before)
+        const auto new_calls = node.calls.begin() + calls_before;
+        if (opcode == RECEIVE_AND_POST && std::count(new_calls, node.calls.end(), std::string_view("vpm_send_ips")) != 0)
             posting_ = &v;
         const holdings now = node.held();
         EXPECT_EQ(now.path_users, now.tables) << "the library has started by half";
