@@ -55,13 +55,16 @@ public:
         process_ = fork();
         if (process_ == 0) {
             setenv("NOTIFY_SOCKET", ready.c_str(), 1);
-            const std::string config = directory_ + "/config.toml";
-            execl(TESSALY_NODE_PROGRAM, "tessaly-node", "--foreground", "--socket", socket().c_str(), "--config", config.c_str(),
-                  nullptr);
+            execl(TESSALY_NODE_PROGRAM, "tessaly-node", "--foreground", "--socket", socket().c_str(), "--config",
+                  (directory_ + "/config.toml").c_str(), nullptr);
             _exit(127);
         }
-        pollfd news{told, POLLIN, 0};
-        EXPECT_EQ(poll(&news, 1, 60'000), 1) << "the node never said that it is ready";
+        constexpr int LIMIT_MS = 60'000;
+        char text[256] = "";
+        pollfd awaited{told, POLLIN, 0};
+        EXPECT_EQ(poll(&awaited, 1, LIMIT_MS), 1) << "the node does not start";
+        EXPECT_GT(recv(told, text, sizeof text - 1, MSG_DONTWAIT), 0);
+        EXPECT_NE(std::string(text).find("READY=1"), std::string::npos) << text;
         close(told);
     }
 
