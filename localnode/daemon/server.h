@@ -2,8 +2,8 @@
 #pragma once
 
 #include "localnode/daemon/listener.h"
-#include "localnode/daemon/looking.h"
 #include "localnode/daemon/switchboard.h"
+#include "localnode/runtime/looking.h"
 
 #include <sys/epoll.h>
 
@@ -36,7 +36,7 @@ private:
     unique_fd signals_;
     programs programs_;
     switchboard switchboard_;
-    looking look_;
+    runtime::looking look_{100};
     bool stopping_ = false;
     bool admits_ = true;  // false while the system has no descriptor for another client
     epoll_event events_[64];
