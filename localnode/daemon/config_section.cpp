@@ -1,7 +1,8 @@
 #include "localnode/daemon/config_section.h"
 
+#include "common/edit_distance.h"
+
 #include <algorithm>
-#include <numeric>
 
 namespace tessaly::daemon {
 
@@ -10,22 +11,6 @@ namespace {
 std::string in_quotes(std::string_view text)
 {
     return '"' + std::string{text} + '"';
-}
-
-// How many letters must be changed, added or left out to make one word of the other.
-std::size_t distance(std::string_view one, std::string_view other)
-{
-    std::vector<std::size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), 0u);
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t changed = diagonal + (one[i] != other[j]);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
 }
 
 config_problem problem_at(const toml::value& value, const std::string& text)
@@ -38,8 +23,8 @@ config_problem problem_at(const toml::value& value, const std::string& text)
 
 std::string suggestion(std::string_view word, const std::vector<std::string>& known)
 {
-    const auto nearest = std::ranges::min_element(known, {}, [=](const std::string& each) { return distance(word, each); });
-    if (nearest == known.end() || distance(word, *nearest) > 1 + word.size() / 4)
+    const auto nearest = std::ranges::min_element(known, {}, [=](const std::string& each) { return edit_distance(word, each); });
+    if (nearest == known.end() || !may_mean(word, *nearest))
         return "";
     return "; did you mean " + in_quotes(*nearest) + "?";
 }

@@ -37,7 +37,7 @@ const room rooms[] = {
     {"localnode/engine",  ground},
     {"localnode/runtime", ground + "localnode/engine"},
     {"localnode/daemon",  ground + "localnode/engine localnode/runtime"},
-    {"tools",             "include verbs localnode/daemon/status_protocol"},
+    {"tools",             "include common/edit_distance verbs localnode/daemon/status_protocol"},
     {"tools/docs",        "localnode/engine"},
     {"examples",          "include"},
     // These look into every room, and no room of the product looks into them.

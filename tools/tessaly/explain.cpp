@@ -2,10 +2,11 @@
 #include "tools/tessaly/code_texts.h"
 #include "tools/tessaly/commands.h"
 
+#include "common/edit_distance.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <numeric>
 #include <optional>
 
 namespace tessaly::tool {
@@ -41,22 +42,6 @@ std::string plain_name(std::string_view text)
     return name;
 }
 
-// How many characters must change, come or go to make one of the other.
-std::size_t distance(std::string_view from, std::string_view to)
-{
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), 0U);
-    for (std::size_t at = 0; at < from.size(); ++at) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t other = 0; other < to.size(); ++other) {
-            const std::size_t changed = diagonal + (from[at] != to[other] ? 1 : 0);
-            diagonal = row[other + 1];
-            row[other + 1] = std::min({changed, diagonal + 1, row[other] + 1});
-        }
-    }
-    return row.back();
-}
-
 std::string digits_of(code_kind kind, u32 value)
 {
     return text_of(kind == code_kind::primary ? "%04X" : "%08X", value);
@@ -72,12 +57,12 @@ const explained_code& nearest(std::string_view text, const std::optional<number>
 {
     const auto effort = [&](const explained_code& code) -> std::size_t {
         if (!value)
-            return distance(plain_name(text), code.name);
+            return edit_distance(plain_name(text), code.name);
         if (code.kind == code_kind::primary && value->wide)
             return std::string_view::npos;
         if (code.value == bytes_exchanged(code.kind, value->value))
             return 0;
-        return distance(digits_of(code.kind, value->value), digits_of(code.kind, code.value));
+        return edit_distance(digits_of(code.kind, value->value), digits_of(code.kind, code.value));
     };
     return *std::ranges::min_element(all_codes(), {}, effort);
 }
@@ -117,10 +102,12 @@ ending explain(const std::vector<std::string>& codes, std::FILE* out)
     for (const std::string& text : codes) {
         if (explain_one(text, out))
             continue;
-        const explained_code& meant = nearest(text, read_number(text));
+        const auto value = read_number(text);
+        const explained_code& meant = nearest(text, value);
         end.code = EXIT_USAGE;
-        end.message += (end.message.empty() ? "" : "\n") + printable(text, 40) + " is no return code. Did you mean " +
-                       name_of(meant.kind, meant.value) + "?";
+        end.message += (end.message.empty() ? "" : "\n") + printable(text, 40) + " is no return code.";
+        if (value || may_mean(plain_name(text), meant.name))
+            end.message += " Did you mean " + name_of(meant.kind, meant.value) + "?";
     }
     return end;
 }

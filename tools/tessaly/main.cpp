@@ -89,7 +89,9 @@ public:
         } catch (const CLI::ParseError& wrong) {
             const auto chosen = app_.get_subcommands();
             const std::string command = chosen.empty() ? "tessaly" : "tessaly " + chosen.front()->get_name();
-            say(command + ": " + printable(wrong.what()) + "\nTry: " + command + " --help");
+            const bool names_none = chosen.empty() && argc > 1 && *argv[1] != '-';
+            const std::string what = names_none ? "no such subcommand: " + printable(argv[1]) : printable(wrong.what());
+            say(command + ": " + what + "\nTry: " + command + " --help");
             return EXIT_USAGE;
         }
         const ending end = run_command_();
