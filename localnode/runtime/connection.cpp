@@ -91,7 +91,7 @@ bool connection::greet() noexcept
     node::welcome answer;
     ssize_t received = 0;
     do
-        received = recv(socket_, &answer, sizeof answer, 0);
+        received = recv(socket_, &answer, sizeof answer, MSG_TRUNC);
     while (received < 0 && errno == EINTR);
     const bool sound = received == sizeof answer && answer.magic == node::PACKET_MAGIC;
     if (sound && answer.refused == node::refusal::none && answer.version == node::PACKET_VERSION)
@@ -182,8 +182,12 @@ void connection::ask_for_echo() noexcept
 {
     node::packet_header echo{};
     echo.kind = node::ECHO;
-    // If there is no room the node has much to answer, which ends the wait as well; if the node is gone, so has the wait.
-    ::send(socket_, &echo, sizeof echo, MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t bytes = 0;
+    do
+        bytes = ::send(socket_, &echo, sizeof echo, MSG_NOSIGNAL);
+    while (bytes < 0 && errno == EINTR);
+    if (bytes < 0)
+        hang_up();  // which ends the wait as well
 }
 
 void connection::hang_up() noexcept

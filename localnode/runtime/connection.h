@@ -40,7 +40,7 @@ public:
     const node::packet_header& header() const noexcept { return *reinterpret_cast<const node::packet_header*>(packet_); }
     std::span<const u8> block() const noexcept { return {packet_ + sizeof(node::packet_header), header().block_bytes}; }
 
-    // Has the node send a packet back, which ends a receive() under way.
+    // Has the node send a packet back, which ends a receive() under way. Waits for room like send().
     void ask_for_echo() noexcept;
 
     // Both directions end, for whoever receives as well.

@@ -11,6 +11,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -31,8 +32,7 @@ bool is_answered(const node::frame& sent) noexcept
 
 }  // namespace
 
-socket_host::socket_host(std::string_view socket_path)
-    : socket_path_{socket_path}, wake_watcher_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)}
+socket_host::socket_host(std::string_view socket_path) : socket_path_{socket_path}
 {
     node_elsewhere = this;
 }
@@ -46,7 +46,11 @@ socket_host::~socket_host()
 
 bool socket_host::is_there() noexcept
 {
-    if (connected_ == nullptr)
+    if (wake_watcher_ < 0)
+        wake_watcher_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wake_watcher_ < 0)
+        log_node("nothing to wake the runtime's thread with: %s", std::strerror(errno));
+    else if (connected_ == nullptr)
         connected_ = connection::to(socket_path_);
     return connected_ != nullptr;
 }
@@ -56,8 +60,9 @@ status socket_host::submit(node::frame&& sent) noexcept
     if (connected_ == nullptr)
         return NO_NODE;
     const status done = connected_->send(sent);
-    if (done == PATH_BROKEN)
-        lose();
+    const bool unknown_to_node = done != DONE && sent.kind == node::frame_kind::path_closed;
+    if (done == PATH_BROKEN || unknown_to_node)
+        lose();  // else the partners of that path would wait for ever
     else if (is_answered(sent))
         sent_to_ = true;
     return done;
@@ -124,10 +129,14 @@ void socket_host::take_in(reception got) noexcept
         return;
     switch (const auto kind = static_cast<node::frame_kind>(came.kind)) {
     case node::frame_kind::message:
-    case node::frame_kind::datagram:
-        if (u8* room = take_frame(kind, came.path, came.block_bytes); room != nullptr && !block.empty())
+    case node::frame_kind::datagram: {
+        u8* room = take_frame(kind, came.path, came.block_bytes);
+        if (room == nullptr)
+            return drop_for_want_of_memory(kind, came.path);
+        if (!block.empty())
             std::memcpy(room, block.data(), block.size());
         return;
+    }
     case node::frame_kind::path_failed:
         take_frame(kind, came.path, 0);
         return;
@@ -140,6 +149,16 @@ void socket_host::take_in(reception got) noexcept
         log_node("it sends what no node sends");
         return lose();
     }
+}
+
+// What it was for has failed on this side only.
+void socket_host::drop_for_want_of_memory(node::frame_kind kind, u32 path) noexcept
+{
+    log_node("no memory for what it sends");
+    if (kind == node::frame_kind::message)
+        submit({.kind = node::frame_kind::path_closed, .path = path});
+    else
+        lose();
 }
 
 // The next verb that starts a TP connects again.

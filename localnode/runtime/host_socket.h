@@ -38,6 +38,7 @@ public:
 
 private:
     void take_in(reception got) noexcept;
+    void drop_for_want_of_memory(node::frame_kind kind, u32 path) noexcept;
     void disconnect() noexcept;
     void lose() noexcept;
     void bury_disconnected() noexcept;
