@@ -1,0 +1,1 @@
+tessaly_test(NAME vsvig_tests SOURCES printing.cpp LINK tessaly_static)
