@@ -94,7 +94,8 @@ TEST(Tool, converses_through_a_node_that_shows_it_and_keeps_nothing_of_it)
 
     const story stories[] = {
         {"a file", {"receive", "RECVFILE", "--output", copy}, {"send", file, "THERE", "RECVFILE"}},
-        {"round trips", {"echo", "-c", "1"}, {"ping", "-q", "-c", "50", "-i", "0", "THERE"}, "", {}, "50 sent, 50 came back, 0% loss"},
+        {"round trips", {"echo", "-c", "1"}, {"ping", "-q", "-c", "50", "-i", "0", "THERE"}, "", {},
+         "50 sent, 50 came back, 0% loss"},
         {"a conversation that stays", {"echo", "-c", "1"}, {"ping", "-i", "1000", "--from", "HERE", "THERE"}, "seq=1",
          {"\"lu\":\"HERE\"", "\"name\":\"PING\"", "\"name\":\"ECHO\""}, "1 sent, 1 came back, 0% loss"},
         {"a program that the node starts takes the attach it was started for, whatever TP it calls itself", {},
