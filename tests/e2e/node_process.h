@@ -39,7 +39,9 @@ public:
         unsetenv("TESSALY_NODE");
     }
 
+    const std::string& directory() const { return directory_; }  // goes with the node; others may use it
     std::string socket() const { return directory_ + "/socket"; }
+    pid_t process() const { return process_; }
     bool running() const { return process_ > 0; }
 
     // Returns when it can be connected to, which it tells as it would tell a service manager.

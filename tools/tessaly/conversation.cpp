@@ -106,6 +106,9 @@ outcome conversation::accept(std::string_view tp)
 {
     appc_receive_allocate allocate{};
     allocate.opcode = RECEIVE_ALLOCATE;
+    // In a program that a node has started, format 1 takes the conversation that it was started for.
+    const char* started_for = std::getenv("APPC_ATTACH_ID");
+    allocate.format = started_for != nullptr && *started_for != '\0' ? 1 : 0;
     put_ebcdic(allocate.tp_name, tp);
     const outcome result = run(allocate, cancel_of({}, A_RECEIVE_ALLOCATE));
     if (!result.ok())
