@@ -20,7 +20,7 @@ void expect_record_and_turn(const appc_receive& block)
 
 }  // namespace
 
-void conversing::answer_all()
+void answer_all()
 {
     auto accept = accepting("ANSWERER");
     run(accept);
@@ -35,23 +35,22 @@ void conversing::answer_all()
     end_tp(self);
 }
 
-conversing::conversing() : answering_(answer_all), caller_(start_tp())
+asking::asking() : self_(start_tp())
 {
-    allocate(caller_, "ANSWERER");
-    send_ = sending(caller_, record_, APPC_SEND_P_TO_R_FLUSH);
-    receive_ = receiving_with_turn(caller_, buffer_);
+    allocate(self_, "ANSWERER");
+    send_ = sending(self_, record_, APPC_SEND_P_TO_R_FLUSH);
+    receive_ = receiving_with_turn(self_, buffer_);
 }
 
-conversing::~conversing()
+asking::~asking()
 {
-    auto end = verb_of<appc_deallocate>(caller_, APPC_OP_DEALLOCATE);
+    auto end = verb_of<appc_deallocate>(self_, APPC_OP_DEALLOCATE);
     end.dealloc_type = APPC_DEALLOC_FLUSH;
     run(end);
-    answering_.join();
-    end_tp(caller_);
+    end_tp(self_);
 }
 
-void conversing::exchange()
+void asking::exchange()
 {
     run(send_);
     APPC(&receive_);

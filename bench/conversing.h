@@ -1,5 +1,4 @@
-// Two programs, each in a thread of its own, that exchange records through the embedded node as applications do: one sends a
-// record together with the turn, the other sends one back.
+// Two programs that exchange records as applications do: one sends a record together with the turn, the other sends one back.
 #pragma once
 
 #include "bench/verb.h"
@@ -8,25 +7,37 @@
 
 namespace tessaly::bench {
 
-class conversing {
-public:
-    conversing();
-    conversing(const conversing&) = delete;
-    conversing& operator=(const conversing&) = delete;
-    ~conversing();
+// Takes one conversation and answers until its partner ends it.
+void answer_all();
 
-    // One record there and one back: two verbs in each of the threads.
+// The partner of who answers.
+class asking {
+public:
+    asking();
+    asking(const asking&) = delete;
+    asking& operator=(const asking&) = delete;
+    ~asking();
+
+    // One record there and one back: two verbs on each side.
     void exchange();
 
 private:
-    static void answer_all();
-
-    std::thread answering_;
-    program caller_;
+    program self_;
     u8 record_[RECORD_BYTES] = {};
     u8 buffer_[RECORD_BYTES] = {};
     appc_send_data send_{};
     appc_receive receive_{};
+};
+
+// Both in one process, each in a thread of its own.
+class conversing {
+public:
+    conversing() : answering_(answer_all) {}
+    void exchange() { asking_.exchange(); }
+
+private:
+    std::jthread answering_;
+    asking asking_;
 };
 
 }  // namespace tessaly::bench

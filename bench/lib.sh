@@ -60,3 +60,34 @@ system_calls_per_verb()
     done | paste - - | awk -v verbs=$((long - short)) '{ printf "%.3g\n", ($2 - $1) / verbs }'
     rm -f "$scratch"
 }
+
+# What follows reads the figures of rival NAME from $scratch/NAME, a line for each round.
+
+median()
+{
+    sort -n "$scratch/$1" | awk '{ all[NR] = $1 } END { print all[int((NR + 1) / 2)] }'
+}
+
+# least NAME NAME - the lower of two medians
+least()
+{
+    printf '%s\n' "$(median "$1")" "$(median "$2")" | sort -n | head -1
+}
+
+# row NAME TEXT [UNIT]
+row()
+{
+    printf '%-62s %8s %s   (%s to %s)\n' "$2" "$(median "$1")" "${3:-ns}" "$(sort -n "$scratch/$1" | head -1)" \
+        "$(sort -n "$scratch/$1" | tail -1)"
+}
+
+quotient()
+{
+    awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'
+}
+
+# ratio TEXT NUMERATOR DENOMINATOR GOAL - the goal in words
+ratio()
+{
+    printf '%-62s %8s      goal: %s\n' "$1" "$(quotient "$2" "$3")" "$4"
+}

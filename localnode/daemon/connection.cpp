@@ -1,5 +1,7 @@
 #include "localnode/daemon/connection.h"
 
+#include "localnode/runtime/socket_calls.h"
+
 #include <algorithm>
 #include <cerrno>
 
@@ -15,7 +17,7 @@ connection::result connection::try_to_send(std::span<const u8> packet) noexcept
 {
     ssize_t sent = 0;
     do
-        sent = ::send(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        sent = runtime::send_packet(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     while (sent < 0 && errno == EINTR);
     if (sent >= 0) [[likely]]
         return result::sent;

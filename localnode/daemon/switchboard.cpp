@@ -2,6 +2,7 @@
 
 #include "localnode/engine/lu_names.h"
 #include "localnode/runtime/clock.h"
+#include "localnode/runtime/socket_calls.h"
 
 #include <sys/epoll.h>
 
@@ -125,7 +126,7 @@ void switchboard::take_packets(connection& from)
 // Result: whether to look for another packet at once. Behind an answer there is none as a rule.
 bool switchboard::take_packet(connection& from)
 {
-    const ssize_t got = recv(from.socket(), received_, sizeof received_, MSG_DONTWAIT | MSG_TRUNC);
+    const ssize_t got = runtime::receive_packet(from.socket(), received_, sizeof received_, MSG_DONTWAIT | MSG_TRUNC);
     if (got < 0) {
         if (errno != EAGAIN && errno != EINTR)
             drop(from, level::info, error_text(errno));

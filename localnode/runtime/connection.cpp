@@ -2,6 +2,7 @@
 #include "localnode/runtime/connection.h"
 
 #include "localnode/runtime/logs.h"
+#include "localnode/runtime/socket_calls.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -30,6 +31,19 @@ const char* reason_of(node::refusal refused) noexcept
     case node::refusal::none: break;
     }
     return "it did not answer as a node does";
+}
+
+// A short packet is put together here: that costs less than having the kernel gather its parts.
+constexpr std::size_t LONGEST_COPIED = 2048;
+
+template <typename Send>
+ssize_t unless_interrupted(Send send) noexcept
+{
+    ssize_t bytes = 0;
+    do
+        bytes = send();
+    while (bytes < 0 && errno == EINTR);
+    return bytes;
 }
 
 }  // namespace
@@ -116,27 +130,34 @@ status connection::send(const node::frame& sent) noexcept
     header.data_bytes = static_cast<u32>(sent.data.size());
     if (sent.block.size() > node::LONGEST_PACKET || sizeof header + sent.block.size() + sent.data.size() > node::LONGEST_PACKET)
         return BAD_ARGUMENT;
-    iovec parts[] = {{&header, sizeof header},
-                     {const_cast<u8*>(sent.block.data()), sent.block.size()},
-                     {const_cast<u8*>(sent.data.data()), sent.data.size()}};
-    msghdr packet{};
-    packet.msg_iov = parts;
-    packet.msg_iovlen = std::size(parts);
-    ssize_t bytes = 0;
-    do
-        bytes = sendmsg(socket_, &packet, MSG_NOSIGNAL);
-    while (bytes < 0 && errno == EINTR);
+    const ssize_t bytes = send_parts(header, sent.block, sent.data);
     if (bytes >= 0)
         return DONE;
     return errno == ENOMEM || errno == ENOBUFS ? NO_MEMORY : PATH_BROKEN;
 }
 
+ssize_t connection::send_parts(const node::packet_header& header, std::span<const u8> block, std::span<const u8> data) noexcept
+{
+    const std::size_t whole = sizeof header + block.size() + data.size();
+    if (whole <= LONGEST_COPIED) {
+        u8 packet[LONGEST_COPIED];
+        std::memcpy(packet, &header, sizeof header);
+        std::ranges::copy(data, std::ranges::copy(block, packet + sizeof header).out);
+        return unless_interrupted([&] { return send_packet(socket_, packet, whole, MSG_NOSIGNAL); });
+    }
+    iovec parts[] = {{const_cast<node::packet_header*>(&header), sizeof header},
+                     {const_cast<u8*>(block.data()), block.size()},
+                     {const_cast<u8*>(data.data()), data.size()}};
+    msghdr packet{};
+    packet.msg_iov = parts;
+    packet.msg_iovlen = std::size(parts);
+    return unless_interrupted([&] { return sendmsg(socket_, &packet, MSG_NOSIGNAL); });
+}
+
 reception connection::receive_with(int flags) noexcept
 {
-    ssize_t bytes = 0;
-    do
-        bytes = recv(socket_, packet_, sizeof packet_, flags | MSG_TRUNC);
-    while (bytes < 0 && errno == EINTR);
+    const ssize_t bytes =
+        unless_interrupted([&] { return receive_packet(socket_, packet_, sizeof packet_, flags | MSG_TRUNC); });
     if (bytes < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
         return reception::nothing;
     const auto length = static_cast<std::size_t>(std::max<ssize_t>(bytes, 0));

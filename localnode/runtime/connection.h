@@ -57,6 +57,7 @@ private:
     bool connect_to(const sockaddr_un& address) noexcept;
     bool greet() noexcept;
     bool set_time_limit(long seconds) noexcept;
+    ssize_t send_parts(const node::packet_header& header, std::span<const u8> block, std::span<const u8> data) noexcept;
     reception receive_with(int flags) noexcept;
 
     int socket_;
