@@ -175,6 +175,7 @@ protected:
     SocketHost()
     {
         meet();
+        const process_lock lock;
         on_event = [this](u32, rcv_info&) {
             deliverer = std::this_thread::get_id();
             return delivered.release(), NODE_RESULT_DONE;
