@@ -203,11 +203,7 @@ void connection::ask_for_echo() noexcept
 {
     node::packet_header echo{};
     echo.kind = node::ECHO;
-    ssize_t bytes = 0;
-    do
-        bytes = ::send(socket_, &echo, sizeof echo, MSG_NOSIGNAL);
-    while (bytes < 0 && errno == EINTR);
-    if (bytes < 0)
+    if (unless_interrupted([&] { return send_packet(socket_, &echo, sizeof echo, MSG_NOSIGNAL); }) < 0)
         hang_up();  // which ends the wait as well
 }
 
