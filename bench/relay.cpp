@@ -2,7 +2,7 @@
 // can be done to them. Prints the nanoseconds of one round trip or exchange, or MB/s.
 #include "bench/children.h"
 #include "common/types.h"
-#include "localnode/daemon/looking.h"
+#include "localnode/runtime/looking.h"
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -57,7 +57,7 @@ public:
 
 private:
     int socket_;
-    daemon::looking look_;
+    runtime::looking look_{100};
 };
 
 // As a verb does: one packet there, its answer back.
@@ -161,7 +161,7 @@ private:
     std::size_t record_bytes_;
     packet received_;
     int poller_;
-    daemon::looking look_;
+    runtime::looking look_{100};
     side sides_[2];
 };
 
