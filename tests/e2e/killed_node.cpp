@@ -71,8 +71,8 @@ private:
         return false;
     }
 
-    // The first verb after the end of one node may find no other yet, but must find one. When the node goes while a start is under
-    // way, that finds no further node, or cannot make its path, or cannot send its announcement.
+    // The first verb after the end of one node may find no other yet, but must find one. When the node goes while a start is
+    // under way, that finds no further node, or cannot make its path, or cannot send its announcement.
     template <typename Start>
     bool begins(Start start)
     {
