@@ -24,7 +24,7 @@ public:
     bool finds(Look looks_once)
     {
         constexpr u32 LOOKS = 100;
-        constexpr u32 MOST_LEFT_OUT = 64;
+        constexpr u32 MOST_LEFT_OUT = 1023;
         if (!several_processors_ || left_out_ < leave_out_) {
             ++left_out_;
             return false;
@@ -32,7 +32,7 @@ public:
         left_out_ = 0;
         for (u32 i = 0; i < LOOKS; ++i)
             if (looks_once()) {
-                leave_out_ = 0;
+                leave_out_ /= 2;  // not 0: now and then even a look on one processor finds something
                 return true;
             }
         leave_out_ = std::min(2 * leave_out_ + 1, MOST_LEFT_OUT);
