@@ -169,6 +169,9 @@ TEST_F(Processes, fork_and_both_go_on)
     };
     EXPECT_EQ(end_of(child_converses()), 0) << "before the first verb";
     program self = program::start("HERE", "ASKER");
+    // Completed by the runtime's thread, so it is not just starting when the fork comes.
+    issued properties(self.verb<appc_get_tp_properties>(APPC_OP_GET_TP_PROPERTIES));
+    EXPECT_EQ(properties.outcome(), ok);
     EXPECT_EQ(end_of(child_converses()), 0) << "while no verb is outstanding";
     self.allocate("THERE", "ANSWERS", APPC_SYNC_NONE);
     std::string buffer(100, '\0');

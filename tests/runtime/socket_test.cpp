@@ -132,8 +132,7 @@ public:
     void meet() { greeter_.join(); }
     static bytes packet_of(welcome like)
     {
-        const auto* first = reinterpret_cast<const u8*>(&like);
-        return {first, first + sizeof like};
+        return {reinterpret_cast<const u8*>(&like), reinterpret_cast<const u8*>(&like + 1)};
     }
 
     void send(const bytes& sent) const
@@ -182,8 +181,7 @@ protected:
         };
     }
 
-    using RuntimeTest::send;
-    using played_node::send;
+    using RuntimeTest::send, played_node::send;
 
     // Once the runtime has delivered so many.
     void expect_events(const event_list& expected)
@@ -410,6 +408,8 @@ TEST_F(SocketHost, without_a_descriptor_is_not_there_until_it_has_all_that_it_ne
         setrlimit(RLIMIT_NOFILE, &before);
         EXPECT_EQ(refused, 2);
     };
+    hang_up();
+    expect_events({{NODE_EVENT_TERMINATED, 0, 0}});  // by the runtime's thread, so it is not just starting when the fork comes
     in_child([&] {
         find_no_descriptor();
         connect_again();
