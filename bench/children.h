@@ -72,4 +72,14 @@ private:
     std::string name_ = std::filesystem::temp_directory_path().string() + "/tessaly-bench-XXXXXX";
 };
 
+// Where the two ends of an exchange reach what stands between them.
+class two_doors {
+public:
+    std::string front_address() const { return "ipc://" + directory_.path_of("front"); }
+    std::string back_address() const { return "ipc://" + directory_.path_of("back"); }
+
+private:
+    const scratch_directory directory_;
+};
+
 }  // namespace tessaly::bench

@@ -61,7 +61,7 @@ void receive(nng_socket on, std::vector<char>& record)
         fail("a record that is cut");
 }
 
-class device {
+class device : public two_doors {
 public:
     device(opening front, opening back)
         : running_([this, front, back] {
@@ -70,11 +70,7 @@ public:
     {
     }
 
-    std::string front_address() const { return "ipc://" + directory_.path_of("front"); }
-    std::string back_address() const { return "ipc://" + directory_.path_of("back"); }
-
 private:
-    const scratch_directory directory_;
     const child running_;
 };
 

@@ -48,7 +48,7 @@ private:
 };
 
 // Whoever connects before the other end is bound is connected as soon as it is.
-class proxied {
+class proxied : public two_doors {
 public:
     proxied(int front_type, int back_type)
         : proxy_([this, front_type, back_type] {
@@ -59,11 +59,7 @@ public:
     {
     }
 
-    std::string front_address() const { return "ipc://" + directory_.path_of("front"); }
-    std::string back_address() const { return "ipc://" + directory_.path_of("back"); }
-
 private:
-    const scratch_directory directory_;
     const child proxy_;
 };
 

@@ -82,13 +82,9 @@ connection::~connection()
 bool connection::connect_to(const sockaddr_un& address) noexcept
 {
     const auto* to = reinterpret_cast<const sockaddr*>(&address);
-    int failed = 0;
     if (!set_time_limit(GREETING_LIMIT_SECONDS))
         return false;
-    do
-        failed = ::connect(socket_, to, sizeof address);
-    while (failed != 0 && errno == EINTR);
-    if (failed != 0) {
+    if (unless_interrupted([&] { return ::connect(socket_, to, sizeof address); }) != 0) {
         log_node("cannot connect to %s: %s", address.sun_path, std::strerror(errno));
         return false;
     }
@@ -103,10 +99,7 @@ bool connection::greet() noexcept
         return false;
     }
     node::welcome answer;
-    ssize_t received = 0;
-    do
-        received = recv(socket_, &answer, sizeof answer, MSG_TRUNC);
-    while (received < 0 && errno == EINTR);
+    const ssize_t received = unless_interrupted([&] { return recv(socket_, &answer, sizeof answer, MSG_TRUNC); });
     const bool sound = received == sizeof answer && answer.magic == node::PACKET_MAGIC;
     if (sound && answer.refused == node::refusal::none && answer.version == node::PACKET_VERSION)
         return true;

@@ -85,7 +85,8 @@ constexpr const char* basic_records[] = {
 };
 
 // How a comes into each state, and what each verb does there: the half-duplex rules as they are written down here, with nothing
-// from the engine's own table, so that the two can contradict each other.
+// from the engine's own table, so that the two can contradict each other. oracle.cpp knows one side alone, in long
+// sequences; here is also what the partner sees.
 constexpr std::string_view STATES = "SRPCTD";  // send, receive, send pending, confirm, confirm send, confirm deallocate
 constexpr const char* ways_into[] = {
     "",
