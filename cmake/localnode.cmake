@@ -36,20 +36,26 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(tessaly_engine PRIVATE -ffat-lto-objects)
 endif()
 
-# tessaly-node. All but its main is a library, which its tests link.
+# What programs in the background share, tessaly-node and the launcher; and tessaly-node. All but its main is a library, which its
+# tests link.
 if(NOT TESSALY_PROGRAMS OR NOT EXISTS ${PROJECT_SOURCE_DIR}/localnode/daemon/sources.cmake)
     return()
 endif()
+add_library(tessaly_service STATIC)
+include(${PROJECT_SOURCE_DIR}/service/sources.cmake)
+target_include_directories(tessaly_service PUBLIC ${tessaly_include_dirs})
+target_link_libraries(tessaly_service PRIVATE tessaly_ground)  # for its code; the caller's blocks stay those of the caller's side
 add_library(tessaly_daemon STATIC)
 include(${PROJECT_SOURCE_DIR}/localnode/daemon/sources.cmake)
 target_compile_definitions(tessaly_daemon PRIVATE TESSALY_VERSION="${PROJECT_VERSION}")
 target_include_directories(tessaly_daemon PUBLIC ${tessaly_include_dirs})
-target_link_libraries(tessaly_daemon PUBLIC tessaly_engine)
+target_link_libraries(tessaly_daemon PUBLIC tessaly_engine tessaly_service)
 add_executable(tessaly_node ${PROJECT_SOURCE_DIR}/localnode/daemon/main.cpp)
 set_target_properties(tessaly_node PROPERTIES OUTPUT_NAME tessaly-node)
 target_link_libraries(tessaly_node PRIVATE tessaly_daemon)
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    set_target_properties(tessaly_daemon tessaly_node PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    set_target_properties(tessaly_service tessaly_daemon tessaly_node PROPERTIES INTERPROCEDURAL_OPTIMIZATION ON)
+    target_compile_options(tessaly_service PRIVATE -ffat-lto-objects)
     target_compile_options(tessaly_daemon PRIVATE -ffat-lto-objects)
 endif()
 

@@ -1,7 +1,7 @@
 // One client's socket, and what waits until the client takes it.
 #pragma once
 
-#include "localnode/daemon/unique_fd.h"
+#include "service/unique_fd.h"
 #include "localnode/engine/packet.h"
 
 #include <sys/socket.h>
@@ -11,6 +11,8 @@
 #include <unordered_set>
 
 namespace tessaly::daemon {
+
+using service::unique_fd;
 
 class connection {
 public:

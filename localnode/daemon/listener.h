@@ -2,7 +2,7 @@
 #pragma once
 
 #include "localnode/daemon/settings.h"
-#include "localnode/daemon/unique_fd.h"
+#include "service/unique_fd.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // tessaly-node: reads its settings, listens, goes into the background, runs until it is told to stop.
 #include "localnode/daemon/config.h"
-#include "localnode/daemon/notify.h"
+#include "service/notify.h"
 #include "localnode/daemon/options.h"
 #include "localnode/daemon/server.h"
 

@@ -11,7 +11,7 @@ class programs {
 public:
     explicit programs(std::string socket) : socket_(std::move(socket)) {}
 
-    // False, after a line in the log, when it cannot be started. What goes wrong later in the child ends that with a line too.
+    // False, after a line in the log, when it cannot be started.
     bool start(const program_settings& program, u32 attach_corr) noexcept;
 
     // The attaches of programs that have ended meanwhile.

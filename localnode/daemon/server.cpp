@@ -1,7 +1,7 @@
 #include "localnode/daemon/server.h"
 
 #include "localnode/daemon/config.h"
-#include "localnode/daemon/notify.h"
+#include "service/notify.h"
 #include "localnode/runtime/clock.h"
 
 #include <sys/signalfd.h>

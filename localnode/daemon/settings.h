@@ -3,26 +3,18 @@
 #pragma once
 
 #include "common/types.h"
-#include "localnode/daemon/log.h"
 #include "localnode/daemon/status_protocol.h"
 #include "localnode/engine/engine.h"
+#include "service/common_settings.h"
 
 #include <sys/types.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
 namespace tessaly::daemon {
 
-struct program_settings {
-    std::string tp_name;
-    std::vector<std::string> command;
-    std::string user;  // empty: the node's own
-    std::map<std::string, std::string> environment;
-
-    bool operator==(const program_settings&) const = default;
-};
+using namespace service;  // the daemon is one
 
 struct settings {
     struct access_settings {
@@ -32,12 +24,6 @@ struct settings {
         std::vector<gid_t> groups;
 
         bool operator==(const access_settings&) const = default;
-    };
-    struct log_settings {
-        std::string file;  // empty: stderr
-        level most = level::info;
-
-        bool operator==(const log_settings&) const = default;
     };
     struct limit_settings {
         u32 clients = 1000;

@@ -1,10 +1,7 @@
 target_sources(tessaly_daemon PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/config.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/config_section.cpp
     ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
     ${CMAKE_CURRENT_LIST_DIR}/listener.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/log.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/notify.cpp
     ${CMAKE_CURRENT_LIST_DIR}/options.cpp
     ${CMAKE_CURRENT_LIST_DIR}/outgoing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/programs.cpp

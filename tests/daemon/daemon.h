@@ -1,7 +1,7 @@
 // A node in a process of its own with a config file of its own, and clients that send it whatever bytes they like.
 #pragma once
 
-#include "localnode/daemon/unique_fd.h"
+#include "service/unique_fd.h"
 #include "localnode/engine/packet.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +11,8 @@
 #include <string_view>
 
 namespace tessaly::daemon {
+
+using service::unique_fd;
 
 // A client without the library. Whatever it waits for, it waits at most a minute.
 class raw_client {

@@ -34,10 +34,11 @@ const room rooms[] = {
     {"v6/vavsub",         below_v6 + "v6/records v6/vav3264 v6/vav"},
     // The one door through which the verb library reaches the TP server.
     {"v6/vav/entry",      below_v6 + "v6/records v6/vav3264 v6/vav v6/vavsub vtpsrv"},
+    {"service",           "include common"},
     {"localnode/engine",  ground},
     {"localnode/runtime", ground + "localnode/engine"},
-    {"localnode/daemon",  ground + "localnode/engine localnode/runtime"},
-    {"tools",             "include common/edit_distance verbs localnode/daemon/status_protocol"},
+    {"localnode/daemon",  ground + "localnode/engine localnode/runtime service"},
+    {"tools",             "include common/edit_distance verbs service localnode/daemon/status_protocol"},
     {"tools/docs",        "localnode/engine"},
     {"examples",          "include"},
     // These look into every room, and no room of the product looks into them.

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 enum class level { error, warning, info, debug };
 
@@ -33,4 +33,4 @@ void log(level of, const Parts&... parts) noexcept
 // What errno means, for the end of a line.
 std::string error_text(int error);
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

@@ -1,7 +1,7 @@
 // The log is the only thing that the whole program shares, so it is the program's.
-#include "localnode/daemon/log.h"
+#include "service/log.h"
 
-#include "localnode/daemon/unique_fd.h"
+#include "service/unique_fd.h"
 
 #include <fcntl.h>
 
@@ -11,7 +11,7 @@
 #include <ctime>
 #include <utility>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 namespace {
 
@@ -68,4 +68,4 @@ std::string error_text(int error)
     return strerrordesc_np(error) != nullptr ? strerrordesc_np(error) : "error " + std::to_string(error);
 }
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

@@ -1,6 +1,6 @@
-#include "localnode/daemon/notify.h"
+#include "service/notify.h"
 
-#include "localnode/daemon/unique_fd.h"
+#include "service/unique_fd.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 void notify_manager(std::string_view state) noexcept
 {
@@ -27,4 +27,4 @@ void notify_manager(std::string_view state) noexcept
            static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length));
 }
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

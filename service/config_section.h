@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 struct config_problem {
     std::string text;
@@ -86,4 +86,4 @@ config_problem problem_of(const toml::exception& error);
 // "; did you mean "..."?" for a word that is nearly one of those; else empty.
 std::string suggestion(std::string_view word, const std::vector<std::string>& known);
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

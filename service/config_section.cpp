@@ -1,10 +1,10 @@
-#include "localnode/daemon/config_section.h"
+#include "service/config_section.h"
 
 #include "common/edit_distance.h"
 
 #include <algorithm>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 namespace {
 
@@ -169,4 +169,4 @@ config_problem problem_of(const toml::exception& error)
     return problem;
 }
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

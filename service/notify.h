@@ -3,9 +3,9 @@
 
 #include <string_view>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 // State: lines such as "READY=1". A manager that cannot be told is no reason to stop.
 void notify_manager(std::string_view state) noexcept;
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service

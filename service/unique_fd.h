@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace tessaly::daemon {
+namespace tessaly::service {
 
 class unique_fd {
 public:
@@ -31,4 +31,4 @@ private:
     int fd_ = -1;
 };
 
-}  // namespace tessaly::daemon
+}  // namespace tessaly::service
