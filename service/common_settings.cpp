@@ -50,8 +50,8 @@ std::string check_user(const std::string& text)
 }
 
 template <typename Id>
-void read_ids(config_section& in, const std::string& key, std::vector<Id>& into, const config_section::text_check& check,
-              std::optional<Id> (*id_of)(const std::string&))
+void read_ids(config_section& in, const std::string& key, std::vector<Id>& into,
+              const config_section::text_check& check, std::optional<Id> (*id_of)(const std::string&))
 {
     std::vector<std::string> texts;
     if (!in.read(key, texts, check))

@@ -19,7 +19,8 @@ std::string printed(const std::string& file, const config_problem& problem)
 {
     std::string line = problem.line;
     std::ranges::replace(line, '\t', ' ');
-    const u32 room = static_cast<u32>(line.size()) + 1 > problem.column ? static_cast<u32>(line.size()) + 1 - problem.column : 1;
+    const u32 room =
+        static_cast<u32>(line.size()) + 1 > problem.column ? static_cast<u32>(line.size()) + 1 - problem.column : 1;
     return file + ":" + std::to_string(problem.number) + ":" + std::to_string(problem.column) + ": " + problem.text +
            "\n    " + line + "\n    " + std::string(problem.column - 1, ' ') + "^" +
            std::string(std::max(std::min(problem.width, room), 1u) - 1, '~') + "\n";

@@ -90,6 +90,7 @@ struct prepared {
     std::vector<char*> word_pointers;
     std::vector<char*> environment_pointers;
     std::optional<identity> as;
+    int standard_input;
 };
 
 // Nothing here may take a lock or memory: another thread may have held one when the process was copied.
@@ -106,9 +107,9 @@ struct prepared {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     setsid();
-    const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (nothing < 0 || dup2(nothing, STDIN_FILENO) < 0)
-        fail("/dev/null");
+    const int from = program.standard_input >= 0 ? program.standard_input : open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (from < 0 || dup2(from, STDIN_FILENO) < 0)
+        fail("its standard input");
     if (syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0)
         fail("closing descriptors");
     if (program.as && !become(*program.as))
@@ -119,9 +120,9 @@ struct prepared {
 }
 
 // Throws std::runtime_error with a text for the log.
-prepared prepare(const program_settings& program, base_environment from, const variables& added)
+prepared prepare(const program_settings& program, base_environment from, const variables& added, int standard_input)
 {
-    prepared made;
+    prepared made{.standard_input = standard_input};
     variables base = from == base_environment::inherited ? own_environment() : variables{};
     const passwd* const user = program.user.empty() ? getpwuid(geteuid()) : find_user(program.user);
     if (user == nullptr && !program.user.empty())
@@ -182,9 +183,10 @@ std::string attach_id(u32 attach, u32 node)
     return digits;
 }
 
-started_program start_program(const program_settings& program, base_environment from, const variables& added)
+started_program start_program(const program_settings& program, base_environment from, const variables& added,
+                              int standard_input)
 try {
-    return start(prepare(program, from, added));
+    return start(prepare(program, from, added, standard_input));
 } catch (const std::exception& error) {
     return {.problem = error.what()};
 }

@@ -67,6 +67,14 @@ ending status(const status_options& options, std::FILE* out);
 // The tables of a status document, for a terminal. Result: false, with the reason in `text`, for what is no such document.
 bool status_tables(std::string_view document, std::string& text);
 
+struct launcher_options {
+    std::string config;
+    bool check_config = false;  // only read the file and tell what is wrong with it
+};
+
+// Serves the node as a TP server until SIGTERM or SIGINT; reads its file again at SIGHUP.
+ending launch_programs(const launcher_options& options);
+
 // Prints name, meaning and next step of each code. A code that is none: exit code EXIT_USAGE and the nearest one.
 ending explain(const std::vector<std::string>& codes, std::FILE* out);
 

@@ -13,10 +13,6 @@ namespace tessaly::tool {
 
 namespace {
 
-// Whose CANCEL_CONV ends a start that has no TP yet: see appc_header.
-constexpr appc_u32 A_TP_STARTED = 0;
-constexpr appc_u32 A_RECEIVE_ALLOCATE = 1;
-
 // Verbs by which a program leaves are issued even when everything is to stop.
 constexpr bool ends_something(u16 opcode) noexcept
 {

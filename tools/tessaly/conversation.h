@@ -32,6 +32,10 @@ struct received {
     bool has(u16 bits) const noexcept { return (what & bits) != 0; }
 };
 
+// What a CANCEL_CONV without a TP ends: a start that has no TP yet. See appc_header.
+inline constexpr appc_u32 A_TP_STARTED = 0;
+inline constexpr appc_u32 A_RECEIVE_ALLOCATE = 1;
+
 // Whom to converse with; names that is_name has passed.
 struct partner {
     std::string lu;

@@ -38,9 +38,9 @@ public:
 };
 
 const CLI::Validator lu_alias(
-    [](std::string& text) { return is_name(text, 8) ? "" : "must be 1 to 8 letters, digits, $ # @ or periods"; }, "LU");
+    [](std::string& text) { return is_name(text, 8) ? "" : "must be 1 to 8 letters, digits or $ # @ . /"; }, "LU");
 const CLI::Validator tp_name(
-    [](std::string& text) { return is_name(text, 64) ? "" : "must be 1 to 64 letters, digits, $ # @ or periods"; },
+    [](std::string& text) { return is_name(text, 64) ? "" : "must be 1 to 64 letters, digits or $ # @ . /"; },
     "TP");
 
 const CLI::Validator a_count = CLI::Range(1, 1'000'000'000).description("");
@@ -78,6 +78,7 @@ public:
         add_receive();
         add_status();
         add_explain();
+        add_launcher();
     }
 
     int run(int argc, char** argv)
@@ -208,6 +209,15 @@ private:
         command.callback([this] { run_command_ = [this] { return explain(codes_, stdout); }; });
     }
 
+    void add_launcher()
+    {
+        CLI::App& command = add("launcher", "Start programs for the conversations that nobody waits for.",
+                                "tessaly launcher --config /etc/tessaly/tessaly-launcher.toml");
+        command.add_option("--config", launcher_.config, "the file that says which programs")->required()->type_name("FILE");
+        command.add_flag("--check-config", launcher_.check_config, "only read the file and tell what is wrong with it");
+        command.callback([this] { run_command_ = [this] { return launch_programs(launcher_); }; });
+    }
+
     CLI::App app_;
     std::function<ending()> run_command_;
     ping_options ping_;
@@ -216,6 +226,7 @@ private:
     receive_options receive_;
     status_options status_;
     std::vector<std::string> codes_;
+    launcher_options launcher_;
 };
 
 }  // namespace

@@ -18,14 +18,14 @@ constexpr appc_u8 ebcdic_of(char c) noexcept
         appc_u8 first;
     } runs[] = {{"ABCDEFGHI", 0xC1}, {"JKLMNOPQR", 0xD1}, {"STUVWXYZ", 0xE2},   {"abcdefghi", 0x81},
                 {"jklmnopqr", 0x91}, {"stuvwxyz", 0xA2},  {"0123456789", 0xF0}, {"$", 0x5B},
-                {"#", 0x7B},         {"@", 0x7C},         {".", 0x4B}};
+                {"#", 0x7B},         {"@", 0x7C},         {".", 0x4B},            {"/", 0x61}};
     for (const auto& run : runs)
         if (const std::size_t at = run.ascii.find(c); at != std::string_view::npos)
             return static_cast<appc_u8>(run.first + at);
     return 0;
 }
 
-// Whether it can be a TP name (64) or an LU alias (8): 1 to so many letters, digits, $ # @ and periods.
+// Whether it can be a TP name (64) or an LU alias (8): 1 to so many letters, digits or $ # @ . /
 constexpr bool is_name(std::string_view name, std::size_t most) noexcept
 {
     return !name.empty() && name.size() <= most && std::ranges::all_of(name, [](char c) { return ebcdic_of(c) != 0; });
