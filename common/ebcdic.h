@@ -9,6 +9,7 @@ namespace tessaly {
 
 inline constexpr u8 EBCDIC_BLANK = 0x40;
 inline constexpr u8 EBCDIC_PERIOD = 0x4B;
+inline constexpr u8 EBCDIC_ASTERISK = 0x5C;
 inline constexpr u8 EBCDIC_HYPHEN = 0x60;
 inline constexpr u8 EBCDIC_PERCENT = 0x6C;
 inline constexpr u8 EBCDIC_UNDERSCORE = 0x6D;

@@ -118,4 +118,19 @@ static_assert(offsetof(appc_set_tp_properties, set_unprot_id) == 48 && offsetof(
 static_assert(offsetof(appc_set_tp_properties, set_user_id) == 0x4C && offsetof(appc_set_tp_properties, user_id) == 0x4E);
 static_assert(sizeof(appc_set_tp_properties) == 100 && sizeof(appc_get_tp_properties) == 184);
 
+static_assert(offsetof(appc_unregister_tp_server, secondary_rc) == 8 && offsetof(appc_unregister_tp_server, server_handle) == 12);
+static_assert(offsetof(appc_register_tp_server, file_status_events) == 16);
+static_assert(offsetof(appc_register_tp_server, server_callback) == 20 && sizeof(appc_register_tp_server) == 24);
+static_assert(offsetof(appc_register_tp, tp_reg_id) == 16 && offsetof(appc_register_tp, tp_name) == 20);
+static_assert(offsetof(appc_register_tp, lu_alias) == 84 && offsetof(appc_register_tp, fqplu_name) == 92);
+static_assert(offsetof(appc_register_tp, tp_type) == 109 && offsetof(appc_register_tp, start_value) == 112);
+static_assert(offsetof(appc_register_tp, replace) == 116 && offsetof(appc_register_tp, node_options) == 120);
+static_assert(offsetof(appc_query_attach, start_id) == 16 && offsetof(appc_query_attach, tp_name) == 24);
+static_assert(offsetof(appc_query_attach, lu_alias) == 88 && offsetof(appc_query_attach, fqplu_name) == 96);
+static_assert(offsetof(appc_query_attach, mode_name) == 113 && offsetof(appc_query_attach, pip_buf_len) == 122);
+static_assert(offsetof(appc_query_attach, pip_len) == 124 && offsetof(appc_query_attach, pip_buf) == 128);
+static_assert(offsetof(appc_query_attach, attach_buf_len) == 132 && offsetof(appc_query_attach, attach_len) == 134);
+static_assert(offsetof(appc_query_attach, attach_buf) == 136 && sizeof(appc_query_attach) == 140);
+static_assert(offsetof(appc_start_appl, start_id) == 16 && offsetof(appc_start_appl, error_code) == 24);
+
 }  // namespace tessaly

@@ -1,9 +1,11 @@
-// Opcodes and codes by their short names. The values are those of tessaly/appc.h; nothing is listed a second time.
+// Opcodes and codes by their short names. The values are those of tessaly/appc.h and tessaly/tp_server.h; nothing is listed a
+// second time.
 #pragma once
 
 #include "common/types.h"
 
 #include <tessaly/appc.h>
+#include <tessaly/tp_server.h>
 
 namespace tessaly {
 
@@ -41,13 +43,22 @@ enum opcode : u16 {
     REGISTER_CPIC_TP = APPC_OP_REGISTER_CPIC_TP,
     UNREGISTER_CPIC_TP = APPC_OP_UNREGISTER_CPIC_TP,
     RECEIVE_ALLOCATE_EX = APPC_OP_RECEIVE_ALLOCATE_EX,
+    NAP_REGISTER_TP_SERVER = APPC_OP_NAP_REGISTER_TP_SERVER,
+    NAP_UNREGISTER_TP_SERVER = APPC_OP_NAP_UNREGISTER_TP_SERVER,
+    NAP_REGISTER_TP = APPC_OP_NAP_REGISTER_TP,
+    NAP_UNREGISTER_TP = APPC_OP_NAP_UNREGISTER_TP,
+    NAP_QUERY_ATTACH = APPC_OP_NAP_QUERY_ATTACH,
+    NAP_START_APPL_OK = APPC_OP_NAP_START_APPL_OK,
+    NAP_START_APPL_ERR = APPC_OP_NAP_START_APPL_ERR,
+    NAP_APPL_FAILED = APPC_OP_NAP_APPL_FAILED,
 };
 
 // The verbs of the TP server, which appc_async_int hands on unchecked.
-inline constexpr u16 FIRST_TP_SERVER_OPCODE = 0xF104;
-inline constexpr u16 LAST_TP_SERVER_OPCODE = 0xF10B;
+inline constexpr u16 FIRST_TP_SERVER_OPCODE = NAP_REGISTER_TP_SERVER;
+inline constexpr u16 LAST_TP_SERVER_OPCODE = NAP_APPL_FAILED;
 
-// Every return code of appc.h, in its order there. The enumerators and the tables of names below are made from these lists.
+// Every return code of appc.h, in its order there, then those of tp_server.h. The enumerators and the tables of names below are
+// made from these lists.
 #define TESSALY_PRIMARY_CODES(code) \
     code(OK) code(PARAMETER_CHECK) code(STATE_CHECK) code(TP_BUSY) code(ALLOCATION_ERROR) code(ACTIVATION_FAIL_RETRY)        \
     code(COMMS_SUBSYSTEM_ABENDED) code(ACTIVATION_FAIL_NO_RETRY) code(COMMS_SUBSYSTEM_NOT_LOADED) code(DEALLOC_ABEND)        \
@@ -56,7 +67,7 @@ inline constexpr u16 LAST_TP_SERVER_OPCODE = 0xF10B;
     code(PROG_ERROR_PURGING) code(CONV_FAILURE_RETRY) code(CONV_FAILURE_NO_RETRY) code(SVC_ERROR_NO_TRUNC)                   \
     code(UNEXPECTED_SYSTEM_ERROR) code(SVC_ERROR_TRUNC) code(SVC_ERROR_PURGING) code(UNSUCCESSFUL)                           \
     code(CNOS_PARTNER_LU_REJECT) code(CONVERSATION_TYPE_MIXED) code(CANCELLED) code(BACKED_OUT) code(DUPLEX_TYPE_MIXED)      \
-    code(INVALID_VERB_SEGMENT) code(STACK_TOO_SMALL) code(INVALID_VERB)
+    code(INVALID_VERB_SEGMENT) code(STACK_TOO_SMALL) code(INVALID_VERB) code(TPS_SERVER_BUSY)
 
 #define TESSALY_SECONDARY_CODES(code) \
     code(NO_MEMORY) code(IN_CALLBACK) code(BAD_FORMAT) code(NO_POST_CALLBACK) code(BAD_TP_ID) code(NO_ALLOCATE_PENDING)      \
@@ -73,7 +84,9 @@ inline constexpr u16 LAST_TP_SERVER_OPCODE = 0xF10B;
     code(SEND_ERROR_BAD_STATE) code(SEND_ERROR_LOG_LL_WRONG) code(TEST_RTS_BAD_STATE) code(TRANS_PGM_NOT_AVAIL_RETRY)        \
     code(TRANS_PGM_NOT_AVAIL_NO_RETRY) code(TP_NAME_NOT_RECOGNIZED) code(PIP_NOT_ALLOWED)                                    \
     code(PIP_NOT_SPECIFIED_CORRECTLY) code(CONVERSATION_TYPE_MISMATCH) code(SYNC_LEVEL_NOT_SUPPORTED)                        \
-    code(SECURITY_NOT_VALID)
+    code(SECURITY_NOT_VALID) code(BAD_SERVER_HANDLE) code(NO_SERVER_CALLBACK) code(BAD_EVENTS_FLAG) code(BAD_TP_TYPE)        \
+    code(BAD_TP_LU_ALIAS) code(BAD_PLU_NAME) code(BAD_ATTACH_ID) code(TP_NOT_DEFINED) code(TP_ALREADY_DEFINED)               \
+    code(ATTACH_GONE)
 
 enum primary_code : u16 {
 #define TESSALY_ENUMERATOR(name) name = APPC_##name,
@@ -105,5 +118,13 @@ inline constexpr code_name secondary_code_names[] = {TESSALY_SECONDARY_CODES(TES
 // Results of the asynchronous entry points.
 inline constexpr u16 VAV_IN_PROGRESS = APPC_IN_PROGRESS;
 inline constexpr u16 VAV_COMPLETE = APPC_COMPLETE;
+
+// Which family of entries a verb came through.
+enum api_type : u16 {
+    VAV_ASYNCBCK_VERB = 1,  // asynchronous; ALLOCATE and RECEIVE_ALLOCATE of format 0 become format 1
+    VAV_SYNCBCK_VERB = 2,   // synchronous, with the same promotion; may overlap other synchronous verbs of its TP
+    VAV_ASYNC_VERB = 3,
+    VAV_SYNC_VERB = 4,
+};
 
 }  // namespace tessaly

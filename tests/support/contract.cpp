@@ -74,6 +74,11 @@ struct passwd* getpwuid(uid_t)
     return the_node->user_name ? &entry : nullptr;
 }
 
+uid_t geteuid() noexcept
+{
+    return the_node->effective_user;
+}
+
 extern "C" {
 
 static u8 flags[16];
@@ -89,7 +94,6 @@ void vpm_process_pending_events(void)         { the_node->enter(__func__); the_n
 u32 vpm_allocate_wait_object(void) { return make(__func__, op::vpm_allocate_wait_object, the_node->wait_objects, WAIT, 0); }
 void vpm_release_wait_object(u32 object)      { drop(__func__, the_node->wait_objects, object); }
 void vpm_sleep(u32 object, u32 timeout_ms)    { the_node->enter(__func__, timeout_ms == 0xFFFFFFFF); the_node->sleep(object); }
-void vpm_terminate_path_user(u32 path_user)   { drop(__func__, the_node->users, path_user); }
 void vtm_table_init(u32* table, u32)          { *table = make(__func__, op::vtm_table_init, the_node->tables, TABLE, {}); }
 void vtm_table_terminate(u32* table)          { drop(__func__, the_node->tables, *table); }
 void vtm_release_entry(u32 table, u32 handle) { drop(__func__, entries_of(table), handle); }
@@ -99,8 +103,21 @@ void nba_destroy_handle(u32 handle)           { drop(__func__, the_node->handles
 void* nba_validate_handle(u32 handle)         { return found_in(__func__, the_node->handles, handle); }
 void nba_mm_free(void* pointer, u32 zero)     { the_node->enter(__func__, zero == 0); the_node->release(pointer); }
 void nba_mm_refresh(u32 two)                  { the_node->enter(__func__, two == 2); }
-void v0_assert(const char*, u32, const char* text) { the_node->asserted(text); }
+void v0_assert(const char* module, u32 line, const char* text) { the_node->asserted({module, line, text}); }
 // clang-format on
+
+// The library converts no names by itself.
+void nba_ebcdic_to_local(u8*, u32)
+{
+    ADD_FAILURE() << "nba_ebcdic_to_local";
+}
+
+u16 nba_check_ebcdic(u8 char_class, const u8* span, u16 count)
+{
+    EXPECT_EQ(char_class, 8);
+    static const bytes of_class_8 = ebcdic("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789$#@");
+    return std::all_of(span, span + count, [](u8 byte) { return std::ranges::count(of_class_8, byte) != 0; });
+}
 
 // The lowest free number, so that handles come back as soon as they may.
 u32 vtm_get_free_entry(u32 table, void* what)
@@ -115,11 +132,19 @@ u32 vtm_get_free_entry(u32 table, void* what)
 
 u16 vpm_init_path_user(u32 kind, u32 user_flags, node_receive_routine receive, u32 zero, u32* out)
 {
-    if (const u16 status = the_node->refuses(__func__, op::vpm_init_path_user, kind == 0 && user_flags == 0 && zero == 0))
+    const bool arguments_are_right = (kind == 0 || kind == 0x20) && user_flags == (kind != 0) && zero == 0;
+    if (const u16 status = the_node->refuses(__func__, op::vpm_init_path_user, arguments_are_right))
         return status;
     *out = USER + ++the_node->numbers;
-    the_node->users[*out] = receive;
+    the_node->users[*out] = {receive, kind};
     return 0;
+}
+
+void vpm_terminate_path_user(u32 path_user)
+{
+    drop(__func__, the_node->users, path_user);
+    for (auto& [number, path] : the_node->paths)
+        path.open = path.open && path.user != path_user;
 }
 
 u32 vsm_query_services(u32 type, u32 zero, u32 cursor[2])
@@ -161,7 +186,7 @@ u16 vpm_send_ips(u32 path, void* message, u32 message_bytes, const void* data, u
         sent.back().parts.push_back(data_bytes);
     } else {
         sent.push_back({path, address, as_bytes(message, message_bytes), as_bytes(data, data_bytes), {data_bytes}});
-        EXPECT_EQ(sent.back().header().buf_len, message_bytes);
+        EXPECT_EQ(sent.back().header().buf_len, the_node->users.at(the_node->paths[path].user).kind == 0 ? message_bytes : 0);
     }
     if (sent.back().is_complete())
         the_node->answers_to(sent.back());

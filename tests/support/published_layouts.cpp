@@ -33,6 +33,7 @@ bytes ebcdic(const std::string& text, u32 width)
     // clang-format off
     static constexpr struct { char first, last; u8 code; } runs[] = {
         {'\0', '\0', 0}, {' ', ' ', 0x40}, {'.', '.', 0x4B}, {'-', '-', 0x60}, {'%', '%', 0x6C}, {'_', '_', 0x6D},
+        {'*', '*', 0x5C}, {'$', '$', 0x5B}, {'#', '#', 0x7B}, {'@', '@', 0x7C},
         {'0', '9', 0xF0}, {'A', 'I', 0xC1}, {'J', 'R', 0xD1}, {'S', 'Z', 0xE2}, {'a', 'i', 0x81}, {'j', 'r', 0x91},
         {'s', 'z', 0xA2},
     };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 namespace tessaly::test {
@@ -72,11 +73,14 @@ log_record scripted_node::logged(u16 point) const
 
 holdings scripted_node::held() const
 {
-    holdings held{memory.size(), handles.size(), wait_objects.size(), tables.size(), users.size(), 0, 0};
+    holdings held{memory.size(), handles.size(), wait_objects.size(), tables.size(), 0, 0, 0};
+    const auto is_held = [](const path_user& user) { return user.kind == 0 || !user.outlived_the_node; };
+    for (const auto& [number, user] : users)
+        held.path_users += is_held(user);
     for (const auto& [number, table] : tables)
         held.entries += table.size();
     for (const auto& [number, path] : paths)
-        held.paths += path.open;
+        held.paths += path.open && users.contains(path.user) && is_held(users.at(path.user));
     return held;
 }
 
@@ -97,6 +101,7 @@ void scripted_node::enter(const char* operation, bool arguments_are_right)
     calls.push_back(operation);
     EXPECT_TRUE(arguments_are_right) << operation;
     EXPECT_NE(lock_depth, 0u) << operation << " is called without the lock";
+    errno = EIO;
 }
 
 u16 scripted_node::refuses(const char* operation, may_fail which, bool arguments_are_right)
@@ -107,6 +112,8 @@ u16 scripted_node::refuses(const char* operation, may_fail which, bool arguments
         if (plan.which.value_or(which) == which && ++plan.seen >= plan.nth && (plan.seen == plan.nth || plan.from_then_on))
             status = plan.status;
     refusals_seen += status != 0;
+    if (status != 0)
+        errno = SHORTAGE;
     return status;
 }
 
@@ -127,10 +134,11 @@ void scripted_node::release(void* pointer)
     std::free(pointer);
 }
 
-void scripted_node::asserted(const std::string& text)
+void scripted_node::asserted(const broken_invariant& what)
 {
-    const auto expected = std::ranges::find(expected_assertions, text);
-    ASSERT_NE(expected, expected_assertions.end()) << "unexpected assertion: " << text;
+    broken.push_back(what);
+    const auto expected = std::ranges::find(expected_assertions, what.text);
+    ASSERT_NE(expected, expected_assertions.end()) << "unexpected assertion: " << what.text;
     expected_assertions.erase(expected);
 }
 
@@ -177,23 +185,43 @@ void scripted_node::deliver_one()
     }
 }
 
+// Datagrams go to one path user of the kind that they concern, messages and path failures to the path's own, the rest to each.
+std::map<u32, path_user> scripted_node::receivers_of(const event& what)
+{
+    std::map<u32, path_user> receivers = users;
+    if (what.path != 0)
+        std::erase_if(receivers, [&](auto& user) { return user.first != paths.at(what.path).user; });
+    if (what.kind == NODE_EVENT_DATAGRAM) {
+        const bool ours = load<u16>(what.content.data(), 2) == DATAGRAM_APPL_READY;
+        std::erase_if(receivers, [&](auto& user) { return (user.second.kind == 0) != ours; });
+        if (!receivers.empty())
+            receivers.erase(std::next(receivers.begin()), receivers.end());
+    }
+    return receivers;
+}
+
 void scripted_node::deliver_event(const event& what)
 {
-    std::map<u32, node_receive_routine> receivers = users;
+    const std::map<u32, path_user> receivers = receivers_of(what);
     if (what.path != 0) {
         path_record& path = paths.at(what.path);
         if (!path.open)
             return;
         path.open = what.kind != NODE_EVENT_PATH_FAILURE;
-        std::erase_if(receivers, [&](auto& user) { return user.first != path.user; });
     }
-    if (what.kind == NODE_EVENT_FORKED) {  // users and paths are the parent's from now on
+    if (what.kind == NODE_EVENT_TERMINATED)
+        for (auto& [number, user] : users)
+            user.outlived_the_node = true;
+    const bool is_fork = what.kind == NODE_EVENT_FORKED;
+    if (is_fork) {  // users and paths are the parent's from now on
+        ++forks;
         users.clear();
         for (auto& [number, path] : paths)
             path.open = false;
     }
-    for (const auto& [number, receive] : receivers)
-        hand_over(receive, what);
+    for (const auto& [number, receiver] : receivers)
+        if (is_fork || users.contains(number))
+            hand_over(receiver, what);
 }
 
 u16 scripted_node::call(node_receive_routine routine, u32 path, rcv_info& info)
@@ -207,7 +235,7 @@ u16 scripted_node::call(node_receive_routine routine, u32 path, rcv_info& info)
     return result;
 }
 
-void scripted_node::hand_over(node_receive_routine receive, const event& what)
+void scripted_node::hand_over(const path_user& receiver, const event& what)
 {
     rcv_info info{what.kind, 0, nullptr, 0, 0, nullptr};
     void* buffer = nullptr;
@@ -217,7 +245,7 @@ void scripted_node::hand_over(node_receive_routine receive, const event& what)
         std::ranges::copy(what.content, static_cast<u8*>(buffer));
         serial = memory[buffer].second;
     }
-    u16 result = call(receive, what.path, info);
+    u16 result = call(receiver.receive, what.path, info);
     if (result == NODE_RESULT_DELIVER) {
         const u32 behind = load<u32>(what.content.data(), offsetof(verb_message_header, buf_len));
         const u32 pend_handle = load<u32>(what.content.data(), offsetof(verb_message_header, pend_handle));
@@ -231,7 +259,9 @@ void scripted_node::hand_over(node_receive_routine receive, const event& what)
     }
     const auto left = memory.find(buffer);
     const bool freed = buffer != nullptr && (left == memory.end() || left->second.second != serial);
-    EXPECT_EQ(result, freed ? NODE_RESULT_FREED : NODE_RESULT_DONE) << "event " << what.kind;
+    last_result = result;
+    const bool reported = freed && (receiver.kind == 0 || what.kind == NODE_EVENT_DATAGRAM);  // not for PIP data
+    EXPECT_EQ(result, reported ? NODE_RESULT_FREED : NODE_RESULT_DONE) << "event " << what.kind;
     if (buffer != nullptr && !freed)
         release(buffer);
 }
@@ -239,6 +269,7 @@ void scripted_node::hand_over(node_receive_routine receive, const event& what)
 void scripted_node::sleep(u32 wait_object)
 {
     const u32 depth = std::exchange(lock_depth, 0);
+    const u32 forks_before = forks;
     while (wait_objects.contains(wait_object) && wait_objects[wait_object] == 0) {
         if (!queue.empty()) {
             deliver_one();
@@ -252,9 +283,11 @@ void scripted_node::sleep(u32 wait_object)
             std::abort();
         }
     }
+    lock_depth = depth;
+    if (forks != forks_before && !wait_objects.contains(wait_object))
+        return;
     EXPECT_TRUE(wait_objects.contains(wait_object)) << "a caller sleeps on a wait object that is not held";
     --wait_objects[wait_object];
-    lock_depth = depth;
 }
 
 }  // namespace tessaly::test

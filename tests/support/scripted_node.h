@@ -63,6 +63,8 @@ struct log_record {
 
 // clang-format off
 struct path_record { u32 user, node; bytes caps; bool open; };  // not open: closed, or failed
+struct path_user { node_receive_routine receive; u32 kind; bool outlived_the_node = false; };
+struct broken_invariant { std::string module; u32 line; std::string text; };
 
 // Operations that the contract allows to fail.
 enum class may_fail : u8 {
@@ -111,7 +113,9 @@ struct scripted_node {
     std::function<void()> before_data;  // runs once, between an answer and its data
     std::function<void(const event& message, bool delivered)> beside;  // right before and right after each message
 
-    // Refuses the nth use of an operation, or of any that may fail; and, when told so, all further ones.
+    // Refuses the nth use of an operation, or of any that may fail; and, when told so, all further ones. errno is SHORTAGE then,
+    // and something else after every other operation.
+    static constexpr int SHORTAGE = 28;
     void refuse(std::optional<may_fail> which, u32 nth = 1, bool from_then_on = false, u16 status = 0x13);
     void refuse_nothing() { refusals.clear(); }
     u32 refused() const { return refusals_seen; }
@@ -128,6 +132,7 @@ struct scripted_node {
     std::deque<sent_verb> sent;
     std::vector<bytes> datagrams;
     std::vector<log_record> logs;
+    std::vector<broken_invariant> broken;  // as they were reported
     std::vector<const char*> calls;  // every operation, in order
     std::map<u32, path_record> paths;
     const sent_verb& last(u16 opcode) const;  // fails the test when there is none
@@ -141,20 +146,23 @@ struct scripted_node {
     std::vector<u32> nodes = {0x01010101};              // that offer the verb service
     std::optional<u32> address;                         // of BoxName, network byte order
     std::optional<std::string> user_name = "operator";  // of the process
+    u32 effective_user = 1000;
 
     // ---- The ledger, which contract.cpp writes.
     std::map<void*, std::pair<u32, u32>> memory;  // to size and serial number
     std::map<u32, void*> handles;
     std::map<u32, u32> wait_objects;  // to wake-ups not yet used
     std::map<u32, std::map<u32, void*>> tables;
-    std::map<u32, node_receive_routine> users;
+    std::map<u32, path_user> users;
     u32 lock_depth = 0;
     u32 numbers = 0;
+    u32 forks = 0;
+    u16 last_result = 0;  // of a receive routine
     void enter(const char* operation, bool arguments_are_right = true);
     u16 refuses(const char* operation, may_fail which, bool arguments_are_right = true);  // enters, too; the status, or 0
     void* obtain(u32 size);
     void release(void* pointer);
-    void asserted(const std::string& text);
+    void asserted(const broken_invariant& what);
     void sleep(u32 wait_object);
     void answers_to(const sent_verb& verb);  // answers it, where the script says so
 
@@ -166,7 +174,8 @@ struct scripted_node {
     void happens(event what);
     void deliver_one();
     void deliver_event(const event& what);
-    void hand_over(node_receive_routine receive, const event& what);
+    void hand_over(const path_user& receiver, const event& what);
+    std::map<u32, path_user> receivers_of(const event& what);
     u16 call(node_receive_routine routine, u32 path, rcv_info& info);
 
     std::deque<event> queue;

@@ -67,6 +67,8 @@ constexpr code_text primary_texts[] = {
     {STACK_TOO_SMALL, "The caller's stack is too small.", "Give the thread a larger stack."},
     {INVALID_VERB, "There is no such verb, or not through this entry; the secondary code means nothing.",
      "Check opcode and format; set the block to zeros before filling it."},
+    {TPS_SERVER_BUSY, "Another synchronous verb of this TP server has not completed.",
+     "Wait for it, or issue the verb with a callback."},
 };
 
 constexpr const char* GIVE_THE_TURN_AWAY = "Give the turn away with PREPARE_TO_RECEIVE first, and answer a waiting confirmation.";
@@ -160,6 +162,22 @@ constexpr code_text secondary_texts[] = {
      "Allocate with the other sync level."},
     {SEC_SECURITY_NOT_VALID, "The partner refused the user or the password.",
      "Check user_id and pwd: EBCDIC, padded with blanks."},
+    {SEC_BAD_SERVER_HANDLE, "There is no TP server with this server_handle.",
+     "Use the handle that NAP_REGISTER_TP_SERVER returned; register anew after the node has ended."},
+    {SEC_NO_SERVER_CALLBACK, "server_callback of NAP_REGISTER_TP_SERVER is null.", "Give the routine that takes start requests."},
+    {SEC_BAD_EVENTS_FLAG, "file_status_events of NAP_REGISTER_TP_SERVER has no such value.", "Use 0 or 1."},
+    {SEC_BAD_TP_TYPE, "tp_type of NAP_REGISTER_TP has no such value.", "Use one of APPC_TP_..."},
+    {SEC_BAD_TP_LU_ALIAS, "lu_alias of NAP_REGISTER_TP is no alias.",
+     "Use printable ASCII, padded with blanks to 8 bytes; blanks alone for any local LU."},
+    {SEC_BAD_PLU_NAME, "fqplu_name of NAP_REGISTER_TP is neither a name nor a pattern.",
+     "Use EBCDIC, padded with blanks to 17 bytes: NETA.LUX, NETA.LU*, LU*, or blanks for any partner."},
+    {SEC_BAD_ATTACH_ID, "There is no start request with this start_id.", "Use start_id as the server's callback received it."},
+    {SEC_TP_NOT_DEFINED, "tp_reg_id names no definition of this TP server.",
+     "Use the tp_reg_id that NAP_REGISTER_TP returned."},
+    {SEC_TP_ALREADY_DEFINED, "Another TP server defines the same TP for the same LU and partner.",
+     "Unregister it there first, or define another name."},
+    {SEC_ATTACH_GONE, "The conversation of this start request ended, or another program took it, meanwhile.",
+     "Nothing; wait for the next start request."},
 };
 // clang-format on
 

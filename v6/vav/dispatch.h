@@ -7,14 +7,6 @@
 
 namespace tessaly {
 
-// Which family of entries a verb came through.
-enum api_type : u16 {
-    VAV_ASYNCBCK_VERB = 1,  // asynchronous; ALLOCATE and RECEIVE_ALLOCATE of format 0 become format 1
-    VAV_SYNCBCK_VERB = 2,   // synchronous, with the same promotion; may overlap other synchronous verbs of its TP
-    VAV_ASYNC_VERB = 3,
-    VAV_SYNC_VERB = 4,
-};
-
 constexpr bool is_synchronous(api_type api) noexcept
 {
     return api == VAV_SYNC_VERB || api == VAV_SYNCBCK_VERB;
