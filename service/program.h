@@ -34,8 +34,8 @@ struct started_program {
     std::string problem;  // why
 };
 
-// Starts it in a session of its own, with `standard_input` (-1: an empty one), stdout and stderr as they are here and no further
-// descriptor, as its user with all of that user's groups. `added` goes into its environment beside its own settings, which it wins
+// Starts it in a session of its own, with `standard_input` (-1: an empty one), stdout and stderr as they are here and no more
+// descriptors, as its user with all of its groups. `added` goes into its environment beside its own settings, which it wins
 // over. Returns when the program has been found and runs. Safe where other threads run: what the child does until then takes no
 // lock.
 started_program start_program(const program_settings& program, base_environment from,
