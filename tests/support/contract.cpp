@@ -142,6 +142,7 @@ u16 vpm_init_path_user(u32 kind, u32 user_flags, node_receive_routine receive, u
 
 void vpm_terminate_path_user(u32 path_user)
 {
+    EXPECT_GE(the_node->lock_depth, the_node->users[path_user].kind == 0 ? 1u : 2u) << "not locked once more";
     drop(__func__, the_node->users, path_user);
     for (auto& [number, path] : the_node->paths)
         path.open = path.open && path.user != path_user;

@@ -52,6 +52,7 @@ struct serving_test : library_test {
     void says(std::initializer_list<u32> type_and_words);
     const verb_signal& pip_request() const;
 
+    void forget_what_waits();  // it is the parent's
     bool is_loaded() const { return tps_main_cb != nullptr; }
 
     std::vector<server_call> server_calls;

@@ -1,2 +1,2 @@
-tessaly_test(NAME tp_server_tests SOURCES serving.cpp verbs.cpp
+tessaly_test(NAME tp_server_tests SOURCES serving.cpp verbs.cpp answers.cpp lifetimes.cpp fault_sweep.cpp
     LINK tessaly_scripted_node tessaly_static)
