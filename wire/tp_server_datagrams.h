@@ -19,6 +19,12 @@ enum tp_server_datagram_type : u16 {
     TPS_MSG_QUERY_DLOAD_RSP = 150,  // from the node; LTV elements follow
 };
 
+constexpr bool is_from_tp_server(u16 type) noexcept
+{
+    return type == TPS_MSG_APPL_FAILED || type == TPS_MSG_UPDATE_TP_INFO || type == TPS_MSG_QUERY_DLOAD ||
+           type == TPS_MSG_START_APPL_RSP;
+}
+
 inline constexpr u32 TPS_PATH_USER_KIND = 0x20;
 
 struct start_id_words {

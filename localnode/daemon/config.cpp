@@ -23,6 +23,12 @@ void read_access(config_section& in, settings::access_settings& access)
     read_groups(in, "groups", access.groups);
 }
 
+void read_tp_servers(config_section& in, settings::tp_server_settings& tp_servers)
+{
+    read_users(in, "users", tp_servers.users);
+    read_groups(in, "groups", tp_servers.groups);
+}
+
 void read_limits(config_section& in, settings::limit_settings& limits)
 {
     in.read("clients", limits.clients, 1, 20'000);
@@ -35,6 +41,7 @@ void read_limits(config_section& in, settings::limit_settings& limits)
 void read_times(config_section& in, settings::time_settings& times)
 {
     in.read("attach_seconds", times.attach_seconds, 1, 86'400);
+    in.read("start_seconds", times.start_seconds, 1, 86'400);
     in.read("stop_seconds", times.stop_seconds, 0, 3600);
 }
 
@@ -82,6 +89,7 @@ void read_all(config_section& in, settings& into)
     in.read("network", into.network, check_short_name);
     in.read("socket", into.socket, check_socket);
     in.in_table("access", [&](config_section& table) { read_access(table, into.access); });
+    in.in_table("tp_servers", [&](config_section& table) { read_tp_servers(table, into.tp_servers); });
     in.in_table("log", [&](config_section& table) { read_log(table, into.log); });
     in.in_table("limits", [&](config_section& table) { read_limits(table, into.limits); });
     in.in_table("times", [&](config_section& table) { read_times(table, into.times); });
@@ -108,6 +116,7 @@ node::configuration engine_configuration(const settings& from)
     for (const program_settings& program : from.programs)
         to.programs.push_back(program.tp_name);
     to.attach_limit_ms = from.times.attach_seconds * 1000;
+    to.start_limit_ms = from.times.start_seconds * 1000;
     to.most_attaches = from.limits.waiting_attaches;
     return to;
 }

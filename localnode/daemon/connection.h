@@ -9,6 +9,7 @@
 #include <deque>
 #include <memory>
 #include <unordered_set>
+#include <vector>
 
 namespace tessaly::daemon {
 
@@ -23,8 +24,8 @@ public:
         gone,       // closed; the object is dropped at the end of the round
     };
 
-    connection(node::client_id number, unique_fd socket, const ucred& process) noexcept
-        : id(number), peer(process), socket_(std::move(socket))
+    connection(node::client_id number, unique_fd socket, const ucred& process, std::vector<gid_t> further_groups) noexcept
+        : id(number), peer(process), groups(std::move(further_groups)), socket_(std::move(socket))
     {
     }
 
@@ -42,8 +43,11 @@ public:
 
     const node::client_id id;
     const ucred peer;
+    const std::vector<gid_t> groups;  // besides its own
     stage now = stage::greeting;
     node::refusal refused = node::refusal::none;  // what its greeting will be answered with
+    node::client_rights rights;
+    bool told_no_rights = false;    // the log has a line of what it sent without them
     bool watched_for_room = false;  // the poller tells when the client takes packets again
     std::unordered_set<u32> paths;  // that the client has opened
 

@@ -25,6 +25,12 @@ struct settings {
 
         bool operator==(const access_settings&) const = default;
     };
+    struct tp_server_settings {
+        std::vector<uid_t> users;
+        std::vector<gid_t> groups;
+
+        bool operator==(const tp_server_settings&) const = default;
+    };
     struct limit_settings {
         u32 clients = 1000;
         u32 paths_per_client = 20'000;
@@ -36,6 +42,7 @@ struct settings {
     };
     struct time_settings {
         u32 attach_seconds = 30;
+        u32 start_seconds = 60;
         u32 stop_seconds = 2;
 
         bool operator==(const time_settings&) const = default;
@@ -45,6 +52,7 @@ struct settings {
     std::string network = "TESSALY";
     std::string socket{node::DEFAULT_SOCKET};
     access_settings access;
+    tp_server_settings tp_servers;
     log_settings log;
     limit_settings limits;
     time_settings times;

@@ -17,8 +17,12 @@ inline constexpr std::size_t STATUS_PACKET = 64 * 1024;
 //   "lus":           [{"alias": "...", "name": "..."}],
 //   "tps":           [{"id": N, "client": N, "name": "...", "lu": "...", "conversations": N}],
 //   "conversations": [{"id": N, "tp": N, "state": "...", "partner_lu": "...", "tp_name": "...", "mode": "..."}],
+//   "tp_servers":     [{"client": N, "servers": N, "definitions": N, "starts": N}],
+//   "tp_definitions": [{"id": N, "client": N, "server": N, "tp_name": "...", "lu": "...", "partner_lu": "...", "type": "..."}],
+//   "starts":         [{"id": N, "client": N, "tp_name": "...", "lu": "...", "partner_lu": "...", "state": "..."}],
 //   "attaches_waiting": N, "tps_waiting": N, "registered_names": N
 // }
+// "client" of a start is 0 when the node itself starts the program. An "lu" or "partner_lu" that is empty stands for any.
 // "tp" of a conversation is 0 while no TP has taken it. A further version may add members.
 
 }  // namespace tessaly::node

@@ -6,9 +6,38 @@
 
 namespace tessaly::daemon {
 
+namespace {
+
+using nlohmann::json;
+
+void add_tp_servers(json& status, const node::node_report& report)
+{
+    for (const node::node_report::tp_server& each : report.tp_servers)
+        status["tp_servers"].push_back({{"client", each.client},
+                                        {"servers", each.servers},
+                                        {"definitions", each.definitions},
+                                        {"starts", each.starts}});
+    for (const node::node_report::tp_definition& each : report.tp_definitions)
+        status["tp_definitions"].push_back({{"id", each.id},
+                                            {"client", each.client},
+                                            {"server", each.server},
+                                            {"tp_name", each.tp_name},
+                                            {"lu", each.lu},
+                                            {"partner_lu", each.partner_lu},
+                                            {"type", each.type}});
+    for (const node::node_report::start& each : report.starts)
+        status["starts"].push_back({{"id", each.id},
+                                    {"client", each.client},
+                                    {"tp_name", each.tp_name},
+                                    {"lu", each.lu},
+                                    {"partner_lu", each.partner_lu},
+                                    {"state", each.state}});
+}
+
+}  // namespace
+
 std::string status_document(const settings& of, u64 uptime_ms, const connection_map& clients, const node::node_report& report)
 {
-    using nlohmann::json;
     json status = {{"node", of.name},
                    {"pid", getpid()},
                    {"uptime_seconds", uptime_ms / 1000},
@@ -17,6 +46,9 @@ std::string status_document(const settings& of, u64 uptime_ms, const connection_
                    {"lus", json::array()},
                    {"tps", json::array()},
                    {"conversations", json::array()},
+                   {"tp_servers", json::array()},
+                   {"tp_definitions", json::array()},
+                   {"starts", json::array()},
                    {"attaches_waiting", report.attaches_waiting},
                    {"tps_waiting", report.tps_waiting},
                    {"registered_names", report.registered_names}};
@@ -43,6 +75,7 @@ std::string status_document(const settings& of, u64 uptime_ms, const connection_
                                            {"partner_lu", each.partner_lu},
                                            {"tp_name", each.tp_name},
                                            {"mode", each.mode}});
+    add_tp_servers(status, report);
     // A name that is no UTF-8 is shown with a substitute, not refused.
     return status.dump(-1, ' ', false, json::error_handler_t::replace);
 }

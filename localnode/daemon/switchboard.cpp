@@ -3,6 +3,7 @@
 #include "localnode/engine/lu_names.h"
 #include "localnode/runtime/clock.h"
 #include "localnode/runtime/socket_calls.h"
+#include "wire/tp_server_datagrams.h"
 
 #include <sys/epoll.h>
 
@@ -27,6 +28,35 @@ std::span<const u8> bytes_of(const Record& record) noexcept
     return {reinterpret_cast<const u8*>(&record), sizeof record};
 }
 
+// A client's frames that are a kind and a number.
+bool is_bare(frame_kind kind) noexcept
+{
+    return kind == frame_kind::path_opened || kind == frame_kind::path_closed || kind == frame_kind::tp_server_opened ||
+           kind == frame_kind::tp_server_closed;
+}
+
+// The groups of a socket's peer besides its own.
+std::vector<gid_t> further_groups(int socket)
+{
+    std::vector<gid_t> groups(64);
+    for (;;) {
+        auto bytes = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        const int result = getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &bytes);
+        const std::size_t count = bytes / sizeof(gid_t);
+        if (result == 0 || errno != ERANGE) {
+            groups.resize(result == 0 ? count : 0);
+            return groups;
+        }
+        groups.resize(count);
+    }
+}
+
+template <typename Id>
+bool is_in(const std::vector<Id>& ids, Id id)
+{
+    return std::ranges::find(ids, id) != ids.end();
+}
+
 // The frame in a packet. None for what no client sends.
 std::optional<node::frame> frame_in(std::span<const u8> packet) noexcept
 {
@@ -41,7 +71,7 @@ std::optional<node::frame> frame_in(std::span<const u8> packet) noexcept
         return std::nullopt;
     const auto kind = static_cast<frame_kind>(header.kind);
     const bool fits = kind == frame_kind::message || (kind == frame_kind::datagram && header.data_bytes == 0) ||
-                      ((kind == frame_kind::path_opened || kind == frame_kind::path_closed) && packet.empty());
+                      (kind == frame_kind::datagram_returned && header.data_bytes == 0) || (is_bare(kind) && packet.empty());
     if (!fits)
         return std::nullopt;
     return node::frame{.kind = kind,
@@ -64,6 +94,8 @@ void switchboard::configure()
     departed_.reserve(most);  // so that dropping a client needs no memory
     gone_.reserve(most);
     engine_.configure(engine_configuration(settings_));
+    for (const auto& [id, each] : connections_)
+        each->rights = rights_of(*each);
 }
 
 connection* switchboard::find(node::client_id id)
@@ -75,9 +107,17 @@ connection* switchboard::find(node::client_id id)
 bool switchboard::may_connect(const ucred& peer) const
 {
     const auto& access = settings_.access;
-    const auto is_in = [](const auto& ids, auto id) { return std::ranges::find(ids, id) != ids.end(); };
     return peer.uid == 0 || peer.uid == geteuid() || (access.users.empty() && access.groups.empty()) ||
            is_in(access.users, peer.uid) || is_in(access.groups, peer.gid);
+}
+
+node::client_rights switchboard::rights_of(const connection& client) const
+{
+    const auto& admitted = settings_.tp_servers;
+    const bool root = client.peer.uid == 0;
+    const bool tp_server = root || is_in(admitted.users, client.peer.uid) || is_in(admitted.groups, client.peer.gid) ||
+                           std::ranges::any_of(client.groups, [&](gid_t each) { return is_in(admitted.groups, each); });
+    return {tp_server, root};
 }
 
 node::refusal switchboard::refusal_for(const ucred& peer) const
@@ -104,7 +144,8 @@ void switchboard::admit(unique_fd socket)
         ++last_id_;
     while (last_id_ == 0 || connections_.contains(last_id_));
     const int fd = socket.get();
-    auto made = std::make_unique<connection>(last_id_, std::move(socket), peer);
+    auto made = std::make_unique<connection>(last_id_, std::move(socket), peer, further_groups(fd));
+    made->rights = rights_of(*made);
     made->refused = refused;
     refused_ += refused != node::refusal::none;
     epoll_event event{};
@@ -199,10 +240,26 @@ bool switchboard::converse(connection& from, std::span<const u8> packet)
     if (refuses_path(from, *sent))
         return true;
     track_path(from, *sent);
+    if (sent->kind != frame_kind::message && !from.rights.tp_server)
+        note_missing_rights(from, *sent);
     sent->client = from.id;
     sent->now_ms = told_ms_;
+    sent->rights = from.rights;
     feed(*sent);
     return sent->kind != frame_kind::message;
+}
+
+// Once for each client.
+void switchboard::note_missing_rights(connection& from, const node::frame& sent)
+{
+    datagram_header header{};
+    if (sent.kind == frame_kind::datagram && sent.block.size() >= sizeof header)
+        std::memcpy(&header, sent.block.data(), sizeof header);
+    if (from.told_no_rights || !(sent.kind == frame_kind::tp_server_opened || is_from_tp_server(header.type)))
+        return;
+    from.told_no_rights = true;
+    log(level::warning, "client ", from.id, ", process ", from.peer.pid, " of user ", from.peer.uid, ", group ", from.peer.gid,
+        ": may not be a TP server");
 }
 
 bool switchboard::refuses_path(connection& from, const node::frame& sent)

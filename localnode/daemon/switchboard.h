@@ -40,6 +40,8 @@ public:
 private:
     node::refusal refusal_for(const ucred& peer) const;
     bool may_connect(const ucred& peer) const;
+    node::client_rights rights_of(const connection& client) const;
+    void note_missing_rights(connection& from, const node::frame& sent);
     bool take_packet(connection& from);
     bool take(connection& from, std::span<const u8> packet);
     bool greet(connection& from, std::span<const u8> packet);

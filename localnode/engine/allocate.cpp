@@ -21,6 +21,7 @@ SAME_PLACE(plu_alias);
 SAME_PLACE(mode_name);
 SAME_PLACE(tp_name);
 SAME_PLACE(security);
+SAME_PLACE(pwd);
 SAME_PLACE(user_id);
 SAME_PLACE(pip_dlen);
 SAME_PLACE(fqplu_name);
@@ -132,7 +133,7 @@ established establish(node& n, const request& verb)
     conv_side& incoming = *partner_of(n, *side);
     describe(*side, verb, verb.user->lu, *to.lu);
     describe(incoming, verb, *to.lu, verb.user->lu);
-    if (!send_attach(n, incoming)) {
+    if (!send_attach(n, incoming, verb)) {
         release(n, incoming);
         release(n, *side);
         return {nullptr, NOBODY_TAKES_IT};

@@ -4,6 +4,8 @@
 #include "localnode/engine/clients.h"
 #include "localnode/engine/conversations.h"
 #include "localnode/engine/replies.h"
+#include "localnode/engine/starts.h"
+#include "localnode/engine/tp_definitions.h"
 
 #include <algorithm>
 
@@ -51,6 +53,8 @@ void forget_announcement(node& n, announced_tp& waiting) noexcept
 void offer(node& n, attach& offered, client_id client, u32 tp_handle)
 {
     n.attach_table.renew(offered);
+    offered.start.phase = start_phase::none;
+    offered.start.server = 0;
     offered.offered_to = client;
     offered.tp_handle = tp_handle;
     send_ready(n, offered);
@@ -72,17 +76,7 @@ bool offer_to_waiting(node& n, attach& arrived)
 
 bool is_free(const attach& arrived) noexcept
 {
-    return arrived.offered_to == 0 && !arrived.starts_program;
-}
-
-// A program that the host starts. The attach is kept for it, under a number that nobody has been told before.
-void start_program(node& n, attach& arrived)
-{
-    if (arrived.has_started || std::ranges::find(n.programs, arrived.side->program) == n.programs.end())
-        return;
-    n.attach_table.renew(arrived);
-    arrived.offered_to = 0;
-    arrived.starts_program = arrived.has_started = send_start_program(n, arrived);
+    return arrived.offered_to == 0 && arrived.start.phase <= start_phase::queued;
 }
 
 // Offers the TP the first attach that fits. False when there is none.
@@ -114,23 +108,29 @@ void offer_by_name(node& n, client_id client, const tp_name* program)
     }
 }
 
-void list_attach(node& n, attach& arrived) noexcept
-{
-    arrived.deadline_ms = n.now_ms + n.attach_limit_ms;
-    n.attaches.append(arrived);
-    ++n.waiting_attaches;
-}
-
 void unlist_attach(node& n, attach& taken) noexcept
 {
     unlink(taken.link);
     --n.waiting_attaches;
 }
 
-// Nobody takes the conversation.
-void give_up(node& n, attach& arrived)
+// What a TP server may ask for.
+bool keep_details(attach& arrived, const request& verb) noexcept
+try {
+    const auto& block = block_as<appc_allocate>(verb.block);
+    const std::span<const u8> pip = verb.data.first(block.pip_dlen);
+    arrived.security = block.security;
+    arrived.password = name_in<user_name>(block.pwd);
+    arrived.pip.assign(pip.begin(), pip.end());
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+void forget_details(attach& gone) noexcept
 {
-    end_side(n, *arrived.side, NOBODY_TAKES_IT);
+    gone.password = {};
+    gone.pip = {};
 }
 
 announced_tp* find_announced(node& n, client_id client, u32 tp_handle) noexcept
@@ -166,20 +166,34 @@ void read_announcement(announced_tp& waiting, client_id client, const announce_d
 
 }  // namespace
 
-bool send_attach(node& n, conv_side& incoming)
+void wait_in(node& n, list_head<attach>& list, attach& waiting, u32 limit_ms) noexcept
+{
+    if (is_linked(waiting.link))
+        unlink(waiting.link);
+    else
+        ++n.waiting_attaches;
+    waiting.deadline_ms = n.now_ms + limit_ms;
+    list.append(waiting);
+}
+
+bool send_attach(node& n, conv_side& incoming, const request& verb)
 {
     if (n.waiting_attaches >= n.most_attaches)
         return false;
     attach* const arrived = n.attach_table.take();
     if (arrived == nullptr)
         return false;
+    if (!keep_details(*arrived, verb)) {
+        n.attach_table.give_back(*arrived);
+        return false;
+    }
     init_link(*arrived);
     arrived->side = &incoming;
     arrived->offered_to = 0;
     arrived->tp_handle = 0;
-    arrived->starts_program = arrived->has_started = false;
+    arrived->start = {};
     incoming.arrival = arrived;
-    list_attach(n, *arrived);
+    wait_in(n, n.attaches, *arrived, n.attach_limit_ms);
     if (!offer_to_waiting(n, *arrived))
         start_program(n, *arrived);
     return true;
@@ -190,8 +204,9 @@ attach* take_attach(node& n, u32 attach_corr, client_id client, u32 tp_handle)
     attach* const offered = n.attach_table.find(attach_corr);
     if (offered == nullptr || !is_linked(offered->link))
         return nullptr;
-    if (offered->starts_program) {
-        offered->starts_program = false;
+    if (offered->start.phase >= start_phase::asked) {
+        end_start(n, *offered);
+        offered->start.done = true;
         offered->offered_to = client;
         offered->tp_handle = tp_handle;
     }
@@ -206,28 +221,34 @@ void drop_attach(node& n, attach& done)
     done.side->arrival = nullptr;
     if (is_linked(done.link))
         unlist_attach(n, done);
+    end_start(n, done);
+    forget_details(done);
     n.attach_table.give_back(done);
+}
+
+void end_attach(node& n, attach& ended, return_codes codes)
+{
+    end_side(n, *ended.side, codes);
 }
 
 void refuse_attach(node& n, attach& refused)
 {
     if (refused.side->owner != nullptr)
         unbind(*refused.side);
-    if (!is_linked(refused.link))
-        list_attach(n, refused);
+    if (!is_linked(refused.link) || refused.start.phase == start_phase::asked)
+        wait_in(n, n.attaches, refused, n.attach_limit_ms);
+    end_start(n, refused);
     refused.offered_to = 0;
-    refused.starts_program = false;
     if (offer_to_waiting(n, refused))
         return;
     start_program(n, refused);
-    if (!refused.starts_program)
-        give_up(n, refused);
+    if (refused.start.phase == start_phase::none)
+        end_attach(n, refused, NOBODY_TAKES_IT);
 }
 
 void program_ended(node& n, u32 attach_corr)
 {
-    attach* const kept = n.attach_table.find(attach_corr);
-    if (kept != nullptr && kept->starts_program)
+    if (attach* const kept = find_hosts_start(n, attach_corr))
         refuse_attach(n, *kept);
 }
 
@@ -289,21 +310,22 @@ void forget_waiting(node& n, client_id client, client_record& leaving)
     while (!leaving.announced.empty())
         forget_announcement(n, *leaving.announced.begin()->second);
     leaving.names.clear();
+    leaving.tp_servers.clear();
+    forget_definitions(n, leaving, client, nullptr);
     attach* next = n.attaches.first();
     while (attach* const offered = next) {
         next = n.attaches.after(*offered);
         if (offered->offered_to == client)
             refuse_attach(n, *offered);
     }
+    pass_on_starts(n, client, nullptr);
 }
 
 void expire_attaches(node& n)
 {
-    while (attach* const oldest = n.attaches.first()) {
-        if (oldest->deadline_ms > n.now_ms)
-            return;
-        give_up(n, *oldest);
-    }
+    for (list_head<attach>* const list : {&n.attaches, &n.starting})
+        for (attach* oldest = list->first(); oldest != nullptr && oldest->deadline_ms <= n.now_ms; oldest = list->first())
+            end_attach(n, *oldest, NOBODY_TAKES_IT);
 }
 
 }  // namespace tessaly::node

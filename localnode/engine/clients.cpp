@@ -39,14 +39,17 @@ record_counts count_records(const node& n) noexcept
         reached.announcements += static_cast<u32>(has.announced.size());
         reached.names += static_cast<u32>(has.names.size());
         reached.paths += static_cast<u32>(has.paths.size());
+        reached.tp_servers += static_cast<u32>(has.tp_servers.size());
+        reached.definitions += has.definitions;
         for (const auto& [number, path] : has.paths)
             if (path->user != nullptr && !path->failed)
                 count_program(*path->user, reached);
     }
-    for (const attach* waiting = n.attaches.first(); waiting != nullptr; waiting = n.attaches.after(*waiting)) {
-        ++reached.attaches;
-        ++reached.sides;
-    }
+    for (const list_head<attach>* const list : {&n.attaches, &n.starting})
+        for (const attach* waiting = list->first(); waiting != nullptr; waiting = list->after(*waiting)) {
+            ++reached.attaches;
+            ++reached.sides;
+        }
 
     record_counts used;
     used.paths = n.path_table.in_use();
@@ -55,10 +58,12 @@ record_counts count_records(const node& n) noexcept
     used.attaches = n.attach_table.in_use();
     used.announcements = n.announced_table.in_use();
     used.names = reached.names;
+    used.tp_servers = reached.tp_servers;
+    used.definitions = n.definition_table.in_use();
     for (const path_record* path = n.lost.first(); path != nullptr; path = n.lost.after(*path))
         ++used.lost_paths;
     used.unreachable = used.paths - reached.paths + used.tps - reached.tps + used.sides - reached.sides + used.attaches -
-                       reached.attaches + used.announcements - reached.announcements;
+                       reached.attaches + used.announcements - reached.announcements + used.definitions - reached.definitions;
     return used;
 }
 

@@ -86,6 +86,10 @@ void leave(node& n, conv_side& side)
 
 void end_by_partner(node& n, conv_side& side, return_codes codes)
 {
+    if (side.arrival != nullptr && is_to_be_started(*side.arrival) && codes.primary != DEALLOC_NORMAL) {
+        release(n, side);  // no program is started to be told of a failure
+        return;
+    }
     side.behind = indication::none;
     side.ending = codes;
     end_asides(n, side, codes);

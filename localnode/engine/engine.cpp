@@ -5,6 +5,8 @@
 #include "localnode/engine/clients.h"
 #include "localnode/engine/datagrams.h"
 #include "localnode/engine/report.h"
+#include "localnode/engine/starts.h"
+#include "localnode/engine/tp_definitions.h"
 #include "localnode/engine/tps.h"
 #include "localnode/engine/verbs.h"
 
@@ -44,11 +46,18 @@ void engine::accept(const frame& input, frame_sink& output)
         expire_attaches(n);
         break;
     case frame_kind::program_ended: program_ended(n, input.path); break;
+    case frame_kind::tp_server_opened: open_tp_server(n, input.client, input.path, input.rights); break;
+    case frame_kind::tp_server_closed: close_tp_server(n, input.client, input.path); break;
+    case frame_kind::datagram_returned: take_returned(n, input); break;
     case frame_kind::path_failed:
     case frame_kind::terminated:
     case frame_kind::start_program: break;  // go out only
     }
     fail_lost_paths(n);
+    if (n.queues_moved)
+        move_queues(n);
+    if (n.definitions_changed)
+        tell_changes(n);
     n.output = nullptr;
 }
 
@@ -62,6 +71,7 @@ void engine::configure(const configuration& with)
     n.lus = std::move(lus);
     n.programs = std::move(programs);
     n.attach_limit_ms = with.attach_limit_ms;
+    n.start_limit_ms = with.start_limit_ms;
     n.most_attaches = with.most_attaches;
 }
 
@@ -72,10 +82,11 @@ node_report engine::report() const
 
 std::optional<u64> engine::deadline_ms() const
 {
-    const attach* const oldest = state_->all.attaches.first();
-    if (oldest == nullptr)
-        return std::nullopt;
-    return oldest->deadline_ms;
+    std::optional<u64> earliest;
+    for (const list_head<attach>* const list : {&state_->all.attaches, &state_->all.starting})
+        if (const attach* const oldest = list->first(); oldest != nullptr && (!earliest || oldest->deadline_ms < *earliest))
+            earliest = oldest->deadline_ms;
+    return earliest;
 }
 
 record_counts engine::counts() const

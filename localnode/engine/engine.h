@@ -31,6 +31,16 @@ enum class frame_kind : u8 {
     // to and from a host that starts programs; path: the attach's correlator
     start_program,  // block: program_to_start; client: 0
     program_ended,  // or could not be started: unless it has taken its attach, nobody does
+    // from a client; path: its number for one of its TP servers
+    tp_server_opened,
+    tp_server_closed,
+    datagram_returned,  // block: a datagram for which nobody was there
+};
+
+// What the host knows of a client. It comes with datagrams and with what TP servers send.
+struct client_rights {
+    bool tp_server = false;  // it may start programs
+    bool root = false;       // and be told who asks for them
 };
 
 // What a host needs to start a program for an attach, which the program's first receive-allocate names.
@@ -53,6 +63,7 @@ struct configuration {
     std::vector<lu_definition> partner_lus;  // further aliases of local LUs, for ALLOCATE
     std::vector<std::string> programs;       // names of TPs that the host starts when an attach finds none waiting
     u32 attach_limit_ms = 30'000;
+    u32 start_limit_ms = 60'000;  // until a TP server tells what became of a start
     u32 most_attaches = 1000;  // that wait
 };
 
@@ -69,9 +80,30 @@ struct node_report {
         const char* state;
         std::string partner_lu, tp_name, mode;
     };
+    struct tp_server {
+        client_id client;
+        u32 servers;  // that the client has
+        u32 definitions, starts;
+    };
+    struct tp_definition {
+        u32 id;
+        client_id client;
+        u32 server;
+        std::string tp_name, lu, partner_lu;  // as they are matched
+        const char* type;
+    };
+    struct start {
+        u32 id;
+        client_id client;  // 0: the host
+        std::string tp_name, lu, partner_lu;
+        const char* state;
+    };
     std::vector<lu_definition> lus;
     std::vector<tp> tps;
     std::vector<conversation> conversations;
+    std::vector<tp_server> tp_servers;
+    std::vector<tp_definition> tp_definitions;
+    std::vector<start> starts;
     u32 attaches_waiting, tps_waiting, registered_names;
 };
 
@@ -82,6 +114,7 @@ struct frame {
     std::span<const u8> block = {};  // aligned for u32
     std::span<const u8> data = {};
     u64 now_ms = 0;  // CLOCK_MONOTONIC
+    client_rights rights = {};
 };
 
 // Where the engine puts what it sends. Order matters: a client gets its frames in the order of these calls.
@@ -102,6 +135,8 @@ struct record_counts {
     u32 attaches = 0;
     u32 announcements = 0;
     u32 names = 0;        // registered for CPI-C
+    u32 tp_servers = 0;
+    u32 definitions = 0;  // of TPs that they start
     u32 lost_paths = 0;   // between two frames none
     u32 unreachable = 0;  // of all these, records that nothing will ever use or release; always 0
     bool operator==(const record_counts&) const = default;

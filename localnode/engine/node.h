@@ -17,6 +17,7 @@
 
 #include <map>
 #include <set>
+#include <vector>
 
 namespace tessaly::node {
 
@@ -153,16 +154,54 @@ struct tp {
     list_head<conv_side> sides;
 };
 
+// A TP that a TP server starts, and for whom.
+struct startable_tp {
+    u8 type;  // tp_start_type
+    tp_name program;
+    lu_alias lu;         // blanks: any
+    fq_lu_name partner;  // or a pattern; blank: any
+    u32 start_value;     // the server's
+};
+
+// What a TP server has told that it starts; its number is the tp_reg_id. tp_definitions.
+struct tp_definition {
+    list_link link;  // in node::definitions
+    u32 id;
+    client_id client;
+    u32 server;  // the client's handle
+    bool doubtful;  // that server may be gone: its client has ended one of several, and the node cannot tell which
+    startable_tp starts;
+    u32 under_way;  // the attach for which a queued TP is being started; 0: none
+};
+
+enum class start_phase : u8 {
+    none,
+    queued,   // until the definition's attach before it is taken or has failed; whoever announces itself may take it
+    asked,    // a TP server was asked and has not answered
+    started,  // by a TP server or by the host
+};
+
+// A program that is started for an attach, which from `asked` on is kept for it under a number that only it has been told.
+struct program_start {
+    start_phase phase = start_phase::none;
+    bool done = false;     // one was started, and none is a second time
+    client_id server = 0;  // who was asked; 0: the host, or nobody
+    u32 server_handle = 0;
+    u32 definition = 0;  // its number; it may be gone
+};
+
 // A conversation that was allocated and that no TP has taken yet; its number is the attach correlator. attaches.
 struct attach {
-    list_link link;  // in node::attaches until a RECEIVE_ALLOCATE takes it
+    list_link link;  // in node::attaches or, asked, in node::starting, until a RECEIVE_ALLOCATE takes it
     u32 id;
     conv_side* side;
     u64 deadline_ms;
     client_id offered_to;  // 0: to nobody yet
     u32 tp_handle;
-    bool starts_program;  // for which it is kept, until that takes it or ends
-    bool has_started;     // a program already, and none a second time
+    program_start start;
+    u8 security;  // as ALLOCATE has it
+    user_name password;
+    std::vector<u8> pip;
 };
 
 // A TP that waits for a conversation. attaches.
@@ -181,6 +220,9 @@ struct client_record {
     std::map<u32, path_record*> paths;       // by the client's number
     std::map<u32, announced_tp*> announced;  // by the client's name for the TP
     std::set<tp_name> names;                 // registered for CPI-C
+    std::set<u32> tp_servers;                // by the client's number
+    client_rights rights;                    // as they were told last
+    u32 definitions = 0;
 };
 
 struct node {
@@ -189,11 +231,14 @@ struct node {
         attaches.init();
         announced.init();
         lost.init();
+        starting.init();
+        definitions.init();
     }
 
     lu_directory lus;
     std::vector<tp_name> programs;  // that the host starts
     u32 attach_limit_ms = 0;
+    u32 start_limit_ms = 0;
     u32 most_attaches = 0;
 
     u64 now_ms = 0;
@@ -204,12 +249,17 @@ struct node {
     slot_table<conv_side> side_table;
     slot_table<attach> attach_table;
     slot_table<announced_tp> announced_table;
+    slot_table<tp_definition> definition_table;
     std::map<client_id, client_record> clients;
 
     list_head<attach> attaches;         // by deadline
+    list_head<attach> starting;         // by deadline
     list_head<announced_tp> announced;  // first come, first served
     list_head<path_record> lost;
+    list_head<tp_definition> definitions;  // in the order in which they were made
     u32 waiting_attaches = 0;
+    bool queues_moved = false;         // a queued TP may be started for the next attach
+    bool definitions_changed = false;  // which TP servers have not been told yet
 };
 
 }  // namespace tessaly::node

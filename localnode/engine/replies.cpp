@@ -60,18 +60,14 @@ void copy_header(verb_message_header& to, const verb_message_header& from) noexc
         std::memcpy(dest + at, source + at, BLOCK_STEP);
 }
 
-// The only way in which a message leaves. Result: where the data go; null when the path has failed or there is no memory.
+// Result: where the data go; null when the path has failed or there is no memory.
 u8* send_verb(node& n, path_record& path, verb_ref verb, u32 data_bytes)
 {
-    if (path.failed)
-        return nullptr;
     const block_format& layout = verb.layout;
     const u32 buf_len = HEADER_BYTES + layout.node_length;
-    u8* const frame = n.output->add(path.client, frame_kind::message, path.number, buf_len + data_bytes);
-    if (frame == nullptr) {
-        lose(n, path);
+    u8* const frame = begin_message(n, path, buf_len + data_bytes);
+    if (frame == nullptr)
         return nullptr;
-    }
 
     auto& header = *reinterpret_cast<verb_message_header*>(frame);
     copy_header(header, verb.header);
@@ -95,13 +91,25 @@ void send_forget(node& n, path_record& path, verb_ref deallocate)
     send_verb(n, path, {deallocate.header, find_verb(IMPLIED_FORGET)->format[0], block}, 0);
 }
 
-void send_datagram(node& n, client_id client, const appl_ready_datagram& datagram)
+}  // namespace
+
+u8* begin_message(node& n, path_record& path, u32 bytes)
 {
-    if (u8* const frame = n.output->add(client, frame_kind::datagram, 0, sizeof datagram))
-        std::memcpy(frame, &datagram, sizeof datagram);
+    if (path.failed)
+        return nullptr;
+    u8* const frame = n.output->add(path.client, frame_kind::message, path.number, bytes);
+    if (frame == nullptr)
+        lose(n, path);
+    return frame;
 }
 
-}  // namespace
+bool send_datagram(node& n, client_id client, std::span<const u8> datagram)
+{
+    u8* const frame = n.output->add(client, frame_kind::datagram, 0, static_cast<u32>(datagram.size()));
+    if (frame != nullptr)
+        std::memcpy(frame, datagram.data(), datagram.size());
+    return frame != nullptr;
+}
 
 u8* begin_answer(node& n, path_record& path, verb_ref verb, u32 data_bytes)
 {

@@ -12,6 +12,17 @@ void answer(node& n, path_record& path, verb_ref verb, std::span<const u8> data 
 // The same; the caller puts the data where the result says. Null when no answer leaves.
 u8* begin_answer(node& n, path_record& path, verb_ref verb, u32 data_bytes);
 
+// The only way in which a message leaves. Null when the path has failed, or is lost now.
+u8* begin_message(node& n, path_record& path, u32 bytes);
+
+// The only way in which a datagram leaves. False when there is no memory; the client gets to know.
+bool send_datagram(node& n, client_id client, std::span<const u8> datagram);
+template <typename Datagram>
+bool send_datagram(node& n, client_id client, const Datagram& datagram)
+{
+    return send_datagram(n, client, std::span{reinterpret_cast<const u8*>(&datagram), sizeof datagram});
+}
+
 // Answers the verb that waits on a side, which then waits no more.
 void answer_waiter(node& n, conv_side& side, return_codes codes);
 

@@ -54,6 +54,17 @@ public:
         return record.id == id ? &record : nullptr;
     }
 
+    // Whether that number was a record's that it is no more.
+    bool had(u32 id) const noexcept
+    {
+        constexpr u32 LATELY = 0x8000;  // so many generations ago
+        const u32 number = number_of(id);
+        if (number >= slots_ || id < GENERATION)
+            return false;
+        const u32 since = (chunks_[number / CHUNK_SLOTS][number % CHUNK_SLOTS].next_id - id) / GENERATION;
+        return since != 0 && since < LATELY;
+    }
+
     u32 in_use() const noexcept { return in_use_; }
 
     // Calls visit(record) for all in use.

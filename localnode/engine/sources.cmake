@@ -7,6 +7,10 @@ target_sources(tessaly_engine PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/lu_names.cpp
     ${CMAKE_CURRENT_LIST_DIR}/allocate.cpp
     ${CMAKE_CURRENT_LIST_DIR}/attaches.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/starts.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tp_definitions.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/tp_server.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/attach_header.cpp
     ${CMAKE_CURRENT_LIST_DIR}/conversations.cpp
     ${CMAKE_CURRENT_LIST_DIR}/conversation_states.cpp
     ${CMAKE_CURRENT_LIST_DIR}/conversation_verbs.cpp

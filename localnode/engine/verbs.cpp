@@ -6,6 +6,7 @@
 #include "localnode/engine/inquiries.h"
 #include "localnode/engine/layouts.h"
 #include "localnode/engine/replies.h"
+#include "localnode/engine/tp_server.h"
 #include "localnode/engine/tps.h"
 
 #include <cstring>
@@ -140,13 +141,23 @@ void refuse_message(node& n, const frame& input)
         send_path_failed(n, input.client, input.path);
 }
 
+// What no verb of the catalogue is.
+void take_other(node& n, const frame& input)
+{
+    path_record* const path = find_path(n, input.client, input.path);
+    if (path == nullptr || path->user != nullptr || !is_pip_request(input))
+        refuse_message(n, input);
+    else if (!path->failed)
+        extract_pip(n, *path, input);
+}
+
 }  // namespace
 
 void take_verb(node& n, const frame& input)
 {
     request verb;
     if (!read_header(input, verb) || !read_block(input, verb)) {
-        refuse_message(n, input);
+        take_other(n, input);
         return;
     }
     find_sender(n, input, verb);

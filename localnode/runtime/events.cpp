@@ -15,6 +15,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
+#include <span>
 
 namespace tessaly::runtime {
 
@@ -86,12 +88,42 @@ const path_user* datagram_receiver(block* event) noexcept
     std::memcpy(&header, event->data(), sizeof header);
     if (header.length < sizeof header || event->bytes < header.length)
         return nullptr;
-    constexpr u16 FOR_TP_SERVERS[] = {11, 23, 147, 150};
+    constexpr u16 FOR_TP_SERVERS[] = {TPS_MSG_START_APPL_REQ, TPS_MSG_TP_FILE_STATUS, TPS_MSG_UPDATE_TP_RSP,
+                                      TPS_MSG_QUERY_DLOAD_RSP};
     if (header.type == DATAGRAM_APPL_READY)
         return first_path_user(VERB_LIBRARY);
     if (std::ranges::find(FOR_TP_SERVERS, header.type) != std::end(FOR_TP_SERVERS))
         return first_path_user(TP_SERVER);
     return nullptr;
+}
+
+std::optional<start_appl_req_datagram> start_request_in(block* event) noexcept
+{
+    start_appl_req_datagram request;
+    if (event->bytes != sizeof request)
+        return std::nullopt;
+    std::memcpy(&request, event->data(), sizeof request);
+    if (request.header.length != sizeof request || request.header.type != TPS_MSG_START_APPL_REQ)
+        return std::nullopt;
+    return request;
+}
+
+// A start request that nobody takes goes back, so that the node asks somebody else.
+void deliver_datagram(block* event) noexcept
+{
+    const std::optional<start_appl_req_datagram> request = start_request_in(event);  // which the routine may free
+    const path_user* to = datagram_receiver(event);
+    bool taken = false;
+    if (to != nullptr)
+        call(event, 0, to->receive, [&](u16 result, rcv_info&, const delivery& now) {
+            taken = result != NODE_RESULT_DONE || now.buffer_freed;
+        });
+    else
+        free_block(event);
+    if (!request || taken || fork_unreported)
+        return;
+    const std::span<const u8> block{reinterpret_cast<const u8*>(&*request), sizeof *request};
+    host_in_use()->submit({.kind = node::frame_kind::datagram_returned, .block = block});
 }
 
 // Delivers an event, or drops it when nobody is there to receive it.
@@ -100,9 +132,7 @@ void deliver(block* event) noexcept
     const path* from = nullptr;
     const path_user* to = nullptr;
     switch (event->event) {
-    case NODE_EVENT_DATAGRAM:
-        to = datagram_receiver(event);
-        break;
+    case NODE_EVENT_DATAGRAM: return deliver_datagram(event);
     case NODE_EVENT_TERMINATED:
         to = find_path_user(event->path);
         break;

@@ -80,7 +80,10 @@ u8* take_frame(node::frame_kind kind, u32 path, u32 bytes) noexcept
     case node::frame_kind::client_gone:
     case node::frame_kind::time_passed:
     case node::frame_kind::start_program:
-    case node::frame_kind::program_ended: return nullptr;
+    case node::frame_kind::program_ended:
+    case node::frame_kind::tp_server_opened:
+    case node::frame_kind::tp_server_closed:
+    case node::frame_kind::datagram_returned: return nullptr;
     }
     return bytes <= sizeof nothing ? nothing : nullptr;
 }

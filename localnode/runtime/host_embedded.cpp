@@ -2,6 +2,8 @@
 // once is plain calls from vpm_send_ips to the event queue.
 #include "localnode/runtime/host.h"
 
+#include <unistd.h>
+
 #include <exception>
 
 namespace tessaly::runtime {
@@ -45,6 +47,8 @@ try {
         pass_time(cheap_now_ms());
     sent.client = THIS_PROCESS;
     sent.now_ms = told_ms_;
+    if (sent.kind != node::frame_kind::message)
+        sent.rights = {.tp_server = true, .root = geteuid() == 0};
     accept(sent);
     return DONE;
 } catch (const std::exception&) {

@@ -26,8 +26,10 @@ bool is_answered(const node::frame& sent) noexcept
 {
     if (sent.kind == node::frame_kind::message)
         return true;
-    return sent.kind == node::frame_kind::datagram && sent.block.size() >= sizeof(datagram_header) &&
-           load<u16>(sent.block.data(), offsetof(datagram_header, type)) != DATAGRAM_ATTACH_RESPONSE;
+    if (sent.kind != node::frame_kind::datagram || sent.block.size() < sizeof(datagram_header))
+        return false;
+    const u16 type = load<u16>(sent.block.data(), offsetof(datagram_header, type));
+    return type != DATAGRAM_ATTACH_RESPONSE && type != TPS_MSG_START_APPL_RSP && type != TPS_MSG_APPL_FAILED;
 }
 
 }  // namespace

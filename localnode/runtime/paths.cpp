@@ -130,6 +130,12 @@ extern "C" uint16_t vpm_init_path_user(uint32_t kind, uint32_t, node_receive_rou
     const u32 handle = made != nullptr ? path_users->create(made.get()) : 0;
     if (handle == 0)
         return NO_MEMORY;
+    const status told =
+        kind == TP_SERVER ? the_host()->submit({.kind = node::frame_kind::tp_server_opened, .path = handle}) : DONE;
+    if (told != DONE) {
+        path_users->release(handle);
+        return told;
+    }
     made.release();
     *out = handle;
     return DONE;
@@ -143,6 +149,8 @@ extern "C" void vpm_terminate_path_user(uint32_t path_user_handle)
     for (u32 handle = paths->next_used(0); handle != 0; handle = paths->next_used(handle))
         if (find_path(handle)->user == ended)
             close_path(handle);
+    if (ended->kind == TP_SERVER)
+        tell_node(node::frame_kind::tp_server_closed, path_user_handle);
     path_users->release(path_user_handle);
     delete ended;
 }

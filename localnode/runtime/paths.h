@@ -4,13 +4,14 @@
 #include "localnode/runtime/memory.h"
 #include "localnode/runtime/wait.h"
 #include "runtime/node_runtime.h"
+#include "wire/tp_server_datagrams.h"
 
 #include <vector>
 
 namespace tessaly::runtime {
 
 inline constexpr u32 VERB_LIBRARY = 0;  // the kinds of path users
-inline constexpr u32 TP_SERVER = 0x20;
+inline constexpr u32 TP_SERVER = TPS_PATH_USER_KIND;
 
 struct path_user {
     u32 kind;

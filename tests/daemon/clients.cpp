@@ -1,9 +1,13 @@
 // What clients can do to the node, and that the others go on.
 #include "tests/daemon/daemon.h"
 #include "tests/e2e/talking.h"
+#include "wire/tp_server_datagrams.h"
 
+#include <grp.h>
 #include <sys/wait.h>
 
+#include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 
@@ -56,6 +60,7 @@ const hostile hostiles[] = {
     {"a huge block",        "", packet(frame_kind::message, 1, 0xFFFFFFF0, 16),             "no frame"},
     {"bytes left over",     "", packet(frame_kind::message, 1, 99) + std::string(100, 'x'), "no frame"},
     {"a path with a block", "", packet(frame_kind::path_opened, 1, 4) + "bloc",             "no frame"},
+    {"a server with data",  "", packet(frame_kind::tp_server_opened, 1, 4) + "bloc",        "no frame"},
     {"a datagram's data",   "", packet(frame_kind::datagram, 0, 0, 4) + "data",             "no frame"},
     {"a packet too long",   "", echo(node::LONGEST_PACKET),                                 "too long"},
 };
@@ -136,6 +141,62 @@ TEST_F(Clients, another_version_is_told_so_and_the_status_shows_who_is_there)
              {"\"node\":\"NODE1\"", "\"paths\":2", "\"pid\":" + std::to_string(getpid()) + ",", "\"tp_name\":\"SINK\"",
               "\"state\":\"SEND\"", "\"lu\":\"THERE\"", "\"name\":\"CALLER\"", "\"queued_bytes\":0"})
         EXPECT_NE(document.find(part), document.npos) << part << " in " << document;
+}
+
+// What a process of that user, with these groups, is answered as a TP server: the status of its definition.
+int define_as(const std::string& socket, uid_t user, std::vector<gid_t> groups)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setgroups(groups.size(), groups.data()) != 0 || setgid(user) != 0 || setuid(user) != 0)
+            _exit(100);
+        const raw_client client{socket};
+        update_tp_info_datagram wanted{};
+        wanted.header = {sizeof wanted, TPS_MSG_UPDATE_TP_INFO};
+        wanted.action = TPS_TP_ADD;
+        wanted.tp_type = 1;
+        std::memset(wanted.tp_name, 0xC1, sizeof wanted.tp_name);
+        const std::string define = packet(frame_kind::datagram, 0, sizeof wanted) + bytes_of(wanted);
+        const bool asked = client.greet() && client.send(packet(frame_kind::tp_server_opened, 7)) && client.send(define);
+        const std::string got = asked ? client.receive().value_or("") : "";
+        update_tp_rsp_datagram answer{};
+        if (got.size() == sizeof(node::packet_header) + sizeof answer)
+            std::memcpy(&answer, got.data() + sizeof(node::packet_header), sizeof answer);
+        _exit(answer.header.type == TPS_MSG_UPDATE_TP_RSP ? static_cast<int>(answer.status) : 101);
+    }
+    int how = 0;
+    waitpid(child, &how, 0);
+    return WEXITSTATUS(how);
+}
+
+TEST_F(Clients, are_tp_servers_only_when_the_settings_admit_them_and_the_log_tells_who_is_not)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    constexpr uid_t SOMEBODY = 77'001;
+    const std::string open_to_all = "[access]\nmode = \"0666\"\n[tp_servers]\n";
+    // clang-format off
+    const struct { const char* admitted; uid_t user; std::vector<gid_t> groups; int status; } cases[] = {
+        {"",                         0,        {},              0},
+        {"",                         SOMEBODY, {77'003, 0},     1},
+        {"users = [\"77001\"]",      SOMEBODY, {},              0},
+        {"users = [\"77002\"]",      SOMEBODY, {},              1},
+        {"groups = [\"77001\"]",     SOMEBODY, {},              0},  // the child's group is as its user
+        {"groups = [\"77003\"]",     SOMEBODY, {77'002, 77'003}, 0},
+        {"groups = [\"77003\"]",     SOMEBODY, {77'002},        1},
+    };
+    // clang-format on
+    std::filesystem::permissions(directory, std::filesystem::perms(0755));
+    start(open_to_all);
+    for (const auto& each : cases) {
+        write_config(open_to_all + each.admitted);
+        signal(SIGHUP);
+        EXPECT_TRUE(logs("has read its settings again"));
+        EXPECT_EQ(define_as(socket, each.user, each.groups), each.status) << each.admitted << " as " << each.user;
+        EXPECT_TRUE(each.status == 0 || logs("user 77001, group 77001: may not be a TP server"));
+    }
+    EXPECT_EQ(define_as(socket, SOMEBODY, std::vector<gid_t>(100, 77'004)), 1) << "with more groups than most have";
+    EXPECT_TRUE(logs("may not be a TP server"));
 }
 
 TEST_F(Clients, only_those_who_may_connect_do)

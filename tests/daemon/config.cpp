@@ -37,9 +37,12 @@ const struct { const char* text; u32 line, column, width; const char* told; } fa
     {"[access]\nmode = \"666\"", 2, 8, 5, "must be the digits of a file's mode, as \"0660\""},
     {"[access]\nusers = [\"no such one\"]", 2, 10, 13, "there is no user no such one"},
     {"[access]\ngroups = \"root\"", 2, 10, 6, "must be a list, [\"...\", \"...\"]"},
+    {"[tp_servers]\ngroups = [\"no such one\"]", 2, 11, 13, "there is no group no such one"},
+    {"[tp_servers]\nuser = []", 2, 1, 4, "unknown setting \"user\"; did you mean \"users\"?"},
     {"[log]\nlevel = \"warn\"", 2, 9, 6, "must be \"error\", \"warning\", \"info\" or \"debug\""},
     {"[log]\nlevel = \"inf\"", 2, 9, 5, "must be \"error\", \"warning\", \"info\" or \"debug\"; did you mean \"info\"?"},
     {"[limits]\nclients = 0", 2, 11, 1, "must be a number from 1 to 20000"},
+    {"[times]\nstart_seconds = 0", 2, 17, 1, "must be a number from 1 to 86400"},
     {"[times]\nattach_seconds = 1.5", 2, 18, 3, "must be a number from 1 to 86400"},
     {"[lu]\nalias = \"A\"", 1, 1, 4, "must be [[lu]], once for each"},
     {"[[lu]]\nname = \"N.A\"", 1, 1, 6, "has no \"alias\""},
@@ -83,6 +86,7 @@ TEST_F(Config, faults_are_told_with_their_place_and_what_to_do)
 TEST_F(Config, sets_what_it_names_and_tells_all_faults_in_order)
 {
     const settings read = read_config(written("network = \"NET\"\n[access]\nmode = \"0660\"\nusers = [\"root\", \"77\"]\n"
+                                              "[tp_servers]\ngroups = [\"78\"]\n"
                                               "[log]\nlevel = \"debug\"\n[[lu]]\nalias = \"A\"\n"
                                               "[[program]]\ntp_name = \"ECHO\"\ncommand = [\"/a\", \"b\"]\n"
                                               "environment = { X = \"1\" }\n"));
@@ -90,6 +94,7 @@ TEST_F(Config, sets_what_it_names_and_tells_all_faults_in_order)
     expected.network = "NET";
     expected.access.mode = 0660;
     expected.access.users = {0, 77};
+    expected.tp_servers.groups = {78};
     expected.log.most = level::debug;
     expected.lus = {{"A", "NET.A"}};
     expected.programs = {{"ECHO", {"/a", "b"}, "", {{"X", "1"}}}};
@@ -110,7 +115,8 @@ settings all_different()
     other.access = {0, "other", {1}, {1}};
     other.log = {"/other", level::error};
     other.limits = {1, 1, 1, 1, 1};
-    other.times = {1, 1};
+    other.times = {1, 1, 1};
+    other.tp_servers = {{1}, {1}};
     return other;
 }
 

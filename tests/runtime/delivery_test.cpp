@@ -184,6 +184,70 @@ TEST_F(Delivery, of_datagrams_follows_their_type)
         vpm_terminate_path_user(server);
 }
 
+// A start request is taken by a routine that frees it or says so. Otherwise, and without a TP server, it goes back.
+TEST_F(Delivery, of_a_start_request_that_nobody_takes_sends_it_back)
+{
+    static u16 result;
+    static bool frees;
+    script.on_datagram = [](const frame&, frame_sink& output) {
+        std::vector<u8> request(24, 9);
+        store<u32>(request.data(), 0, 11 << 16 | 24);
+        node_sends(output, frame_kind::datagram, 0, request);
+    };
+    const struct { bool server; u16 result; bool frees, comes_back; } rows[] = {
+        {true, NODE_RESULT_FREED, true, false}, {true, NODE_RESULT_DONE, true, false}, {true, NODE_RESULT_DONE, false, true},
+        {false, 0, false, true}};
+    for (const auto& row : rows) {
+        std::tie(result, frees) = std::tie(row.result, row.frees);
+        script.seen.clear();
+        u32 server = 0;
+        if (row.server)
+            vpm_init_path_user(0x20, 1, [](u32, rcv_info* info) -> u16 {
+                if (frees)
+                    nba_mm_free(info->rcv_ips, 0);
+                return info->result = result;
+            }, 0, &server);
+        u16 asks[2] = {4, 22};
+        EXPECT_EQ(vpm_send_datagram(16, 0, asks, 4), 0);
+        vpm_process_pending_events();
+        vpm_terminate_path_user(server);
+        std::vector<frame_kind> told;
+        for (const node::seen_frame& each : script.seen)
+            told.push_back(each.kind);
+        std::vector<frame_kind> expected;
+        if (row.server)
+            expected = {frame_kind::tp_server_opened, frame_kind::tp_server_closed};
+        if (row.comes_back)
+            expected.insert(expected.begin() + (row.server ? 1 : 0), frame_kind::datagram_returned);
+        EXPECT_EQ(told, expected);
+    }
+}
+
+TEST_F(Delivery, of_pip_data_to_a_tp_server_keeps_to_what_came_and_what_it_asks_for)
+{
+    static char buffer[8];
+    u32 server = 0;
+    vpm_init_path_user(0x20, 1, [](u32, rcv_info* info) -> u16 {
+        info->data_buf = static_cast<u32>(reinterpret_cast<std::uintptr_t>(buffer));
+        info->data_len = load<u16>(info->rcv_ips, sizeof(verb_message_header) + 32);
+        info->data_callback = [](u32, rcv_info* same) -> u16 { return nba_mm_free(same->rcv_ips, 0), NODE_RESULT_DONE; };
+        return NODE_RESULT_DELIVER;
+    }, 0, &server);
+    const u32 own = vpm_create_path(server, node::NODE_ADDRESS, 1, nullptr);
+    for (const u16 asked_for : {u16{2}, u16{0xFFFF}}) {
+        script.on_message = [&](const frame&, frame_sink& output) {
+            auto answer = verb(0x0104, 5, 3);
+            store(answer.data(), sizeof(verb_message_header) + 32, asked_for);
+            node_sends(output, frame_kind::message, own, answer, "pip");
+        };
+        std::memset(buffer, 0, sizeof buffer);
+        send(own, verb(0x0104, 5));
+        vpm_process_pending_events();
+        EXPECT_EQ(std::string(buffer), asked_for == 2 ? "pi" : "pip");
+    }
+    vpm_terminate_path_user(server);
+}
+
 // The node's time may stand still until something waits for it, but never goes back.
 TEST_F(Delivery, of_time_comes_from_the_sleeping_caller)
 {

@@ -14,7 +14,7 @@ void engine::accept(const frame& input, frame_sink& output)
 {
     std::vector<u8> bytes{input.block.begin(), input.block.end()};
     bytes.insert(bytes.end(), input.data.begin(), input.data.end());
-    if (input.kind == frame_kind::message || input.kind == frame_kind::path_closed)
+    if (input.kind != frame_kind::path_opened && input.kind != frame_kind::datagram && input.kind != frame_kind::time_passed)
         script.seen.push_back({input.kind, bytes});
     const node_script::answer& answer = input.kind == frame_kind::message       ? script.on_message
                                         : input.kind == frame_kind::datagram    ? script.on_datagram

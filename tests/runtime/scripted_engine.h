@@ -15,7 +15,7 @@ struct node_script {
     using answer = std::function<void(const frame&, frame_sink&)>;
     answer on_message, on_datagram, on_time;
     std::optional<u64> deadline_ms;
-    std::vector<seen_frame> seen;  // messages and closed paths
+    std::vector<seen_frame> seen;  // all but opened paths, datagrams and the time
     u32 engines = 0;               // made so far
 };
 

@@ -55,6 +55,9 @@ protected:
 constexpr char GOOD[] = R"({"node":"here","pid":7,"uptime_seconds":60,"version":"7.0.0","clients":[
 {"id":1,"pid":8,"uid":1000,"paths":2,"queued_bytes":0}],"lus":[{"alias":"A\u001b[2J","name":"TESSALY.A"},{"alias":{}}, 3],
 "tps":[],"conversations":[{"id":1,"tp":2,"state":"send","partner_lu":"B","tp_name":["nested"],"mode":""}],
+"tp_servers":[{"client":1,"servers":1,
+"definitions":2,"starts":1}],"tp_definitions":7,"starts":[{"id":9,"client":1,"tp_name":"T","lu":"A","partner_lu":"N.B",
+"state":"ASKED"}],
 "attaches_waiting":1,"tps_waiting":0,"registered_names":-5,"more":{}})";
 
 TEST_F(status_of_a_node, is_shown_as_tables_without_control_characters_or_as_it_came)
@@ -79,6 +82,12 @@ no tps
 
 CONVERSATION  TP  STATE  PARTNER LU  TP NAME  MODE
 1             2   send   B           ?
+
+CLIENT  TP SERVERS  DEFINITIONS  STARTS
+1       1           2            1
+
+START  CLIENT  TP NAME  LU  PARTNER LU  STATE
+9      1       T        A   N.B         ASKED
 
 waiting: attaches 1, TPs 0; registered names -5
 )");

@@ -27,13 +27,27 @@ constexpr column tp_columns[] = {
 constexpr column conversation_columns[] = {{"CONVERSATION", "id"},       {"TP", "tp"},           {"STATE", "state"},
                                            {"PARTNER LU", "partner_lu"}, {"TP NAME", "tp_name"}, {"MODE", "mode"}};
 
+constexpr column tp_server_columns[] = {
+    {"CLIENT", "client"}, {"TP SERVERS", "servers"}, {"DEFINITIONS", "definitions"}, {"STARTS", "starts"}};
+constexpr column definition_columns[] = {{"DEFINITION", "id"}, {"CLIENT", "client"}, {"SERVER", "server"},
+                                         {"TP NAME", "tp_name"}, {"LU", "lu"}, {"PARTNER LU", "partner_lu"},
+                                         {"TYPE", "type"}};
+constexpr column start_columns[] = {{"START", "id"}, {"CLIENT", "client"},         {"TP NAME", "tp_name"},
+                                    {"LU", "lu"},    {"PARTNER LU", "partner_lu"}, {"STATE", "state"}};
+
 struct table {
     const char* member;
     std::span<const column> columns;
+    bool optional = false;  // shown only when it is there and has rows
 };
 
-constexpr table tables[] = {
-    {"clients", client_columns}, {"lus", lu_columns}, {"tps", tp_columns}, {"conversations", conversation_columns}};
+constexpr table tables[] = {{"clients", client_columns},
+                            {"lus", lu_columns},
+                            {"tps", tp_columns},
+                            {"conversations", conversation_columns},
+                            {"tp_servers", tp_server_columns, true},
+                            {"tp_definitions", definition_columns, true},
+                            {"starts", start_columns, true}};
 
 // Printable, whatever the document holds.
 std::string cell(const json& object, const char* member)
@@ -84,17 +98,17 @@ bool status_tables(std::string_view document, std::string& text)
         return false;
     }
     for (const table& each : tables)
-        if (const auto rows = status.find(each.member); rows == status.end() || !rows->is_array()) {
+        if (const auto rows = status.find(each.member); !each.optional && (rows == status.end() || !rows->is_array())) {
             text = text_of("it has no list \"%s\"", each.member);
             return false;
         }
     text = "node " + cell(status, "node") + ", version " + cell(status, "version") + ", process " +
            cell(status, "pid") + ", up for " + cell(status, "uptime_seconds") + " s\n";
     for (const table& each : tables)
-        if (const json& rows = status[each.member]; rows.empty())
-            text += text_of("\nno %s\n", each.member);
-        else
+        if (const json rows = status.value(each.member, json::array()); rows.is_array() && !rows.empty())
             add_table(each, rows, text);
+        else if (!each.optional)
+            text += text_of("\nno %s\n", each.member);
     text += "\nwaiting: attaches " + cell(status, "attaches_waiting") + ", TPs " + cell(status, "tps_waiting") +
             "; registered names " + cell(status, "registered_names") + "\n";
     return true;
