@@ -64,6 +64,12 @@ void write_log(char kind, u32 id, u16 point, const char* descriptor, va_list arg
     the_node->logs.push_back(std::move(log));
 }
 
+void trace(u32 file, const char* label, trace_call call)
+{
+    EXPECT_TRUE(file == the_node->trace_file && label == std::string("APPC "));
+    the_node->trace.push_back(std::move(call));
+}
+
 }  // namespace
 
 // The password entry of the process, as the test sets it.
@@ -78,6 +84,7 @@ extern "C" {
 
 static u8 flags[16];
 u8* ptrc = flags;
+trc_api_record trc_api;
 char BoxName[64];
 const u8 nba_blank_name[8] = {};
 
@@ -100,7 +107,29 @@ void* nba_validate_handle(u32 handle)         { return found_in(__func__, the_no
 void nba_mm_free(void* pointer, u32 zero)     { the_node->enter(__func__, zero == 0); the_node->release(pointer); }
 void nba_mm_refresh(u32 two)                  { the_node->enter(__func__, two == 2); }
 void v0_assert(const char*, u32, const char* text) { the_node->asserted(text); }
+void com_trc_sep(u32 file, const char* label) { trace(file, label, {"sep"}); }
+void com_trc_line(u32 file, const char* label, const char* text) { trace(file, label, {text}); }
+void trc_unlock_file(trc_api_record*)         { the_node->trace.push_back({"unlock"}); }
 // clang-format on
+
+void com_trc_dump(u32 file, const char* label, const void* start, u32 count)
+{
+    trace(file, label, {"dump", start, the_node->reads_dumps ? as_bytes(start, count) : bytes{}});
+}
+
+void sepuapi_init(u8* flags_bytes)
+{
+    EXPECT_EQ(flags_bytes, ptrc);
+    the_node->trace.push_back({"init"});
+    ptrc[1] |= the_node->flags_of_trace;
+}
+
+void trc_lock_file(trc_api_record* record)
+{
+    EXPECT_EQ(record, &trc_api);
+    the_node->trace.push_back({"lock"});
+    record->trace_file = the_node->trace_file;
+}
 
 // The lowest free number, so that handles come back as soon as they may.
 u32 vtm_get_free_entry(u32 table, void* what)
