@@ -101,8 +101,8 @@ struct traced : running_tp_test {
     void take_headlines()
     {
         for (const trace_call& call : std::exchange(node.trace, {}))
-            if (call.what.find(" request") + call.what.find(" = ") + call.what.find(" indication") != std::string::npos * 3)
-                story += call.what + "\n";
+            for (const char* word : {" request", " = ", " indication"})
+                story += call.what.find(word) != std::string::npos ? call.what + "\n" : "";
     }
 };
 

@@ -20,7 +20,9 @@ constexpr std::size_t MOST_VERBS = 1'000'000;  // so that no file fills the memo
 
 class trace_file {
 public:
-    explicit trace_file(const std::string& name) : fd_(::open(name.c_str(), O_RDONLY | O_CLOEXEC)), error_(fd_ < 0 ? errno : 0) {}
+    explicit trace_file(const std::string& name)
+        : fd_(::open(name.c_str(), O_RDONLY | O_CLOEXEC)), error_(fd_ < 0 ? errno : 0)
+    {}
     ~trace_file()
     {
         if (fd_ >= 0)
@@ -112,8 +114,11 @@ void draw_files(const story& of, const trace_options& options, ending& end)
         if (written.code != EXIT_OK)
             add(end, written.code, written.message);
         else if (picture.left_out != 0)
-            add(end, EXIT_OK, text_of("the chart shows the first %zu verbs and leaves out %zu: choose with --tp, --conversation or --verb, "
-                                      "or raise --limit", picture.shown, picture.left_out));
+            add(end, EXIT_OK,
+                text_of("the chart shows the first %zu verbs and leaves out %zu: choose with --tp, --conversation or "
+                        "--verb, "
+                        "or raise --limit",
+                        picture.shown, picture.left_out));
     };
     write(options.svg, chart_for::svg_file);
     write(options.html, chart_for::html_page);
@@ -136,7 +141,9 @@ ending show_trace(stopper* stop, const trace_options& options, std::FILE* out)
     for (const std::string& name : options.files) {
         trace_file file(name);
         parser reader([&](record&& each) { told.take(each); });
-        const auto go_on = [&] { return told.verbs.size() < MOST_VERBS && (stop == nullptr || stop->cause() == stop_cause::none); };
+        const auto go_on = [&] {
+            return told.verbs.size() < MOST_VERBS && (stop == nullptr || stop->cause() == stop_cause::none);
+        };
         const auto take = [&](std::string_view bytes) { reader.feed(bytes); };
         file.read(take, go_on);
         while (options.follow && file.error() == 0 && go_on()) {

@@ -13,7 +13,8 @@ namespace tessaly::tool::trace {
 
 namespace {
 
-constexpr int LEFT = 128, LANE = 290, HEADER = 62, ROW = 25, PAUSE = 26, TOP = 22, NEST = 11, BAR = 10, UNDER = 10;
+constexpr int LEFT = 128, LANE = 290, HEADER = 62, ROW = 25, PAUSE = 26, TOP = 22, NEST = 11, BAR = 10, UNDER = 10,
+              LABELS = 170;
 constexpr std::int64_t LONG_PAUSE_US = 20'000;
 constexpr std::size_t NONE = static_cast<std::size_t>(-1);
 
@@ -65,11 +66,13 @@ public:
         const int width = LEFT + LANE * std::max(1, static_cast<int>(lanes_.size()));
         const int height = bottom_ + ROW;
         for (std::size_t lane = 0; lane < lanes_.size(); ++lane)
-            lines_ += text_of("<line class=\"lane\" x1=\"%d\" x2=\"%d\" y1=\"0\" y2=\"%d\"/>", x_of(lane), x_of(lane), height);
+            lines_ += text_of("<line class=\"lane\" x1=\"%d\" x2=\"%d\" y1=\"0\" y2=\"%d\"/>", x_of(lane), x_of(lane),
+                              height);
         const std::string body = lines_ + arrows_ + verbs_;
-        result_.svg = html_ ? opened(width, HEADER, "head") + headers() + "</svg>" + opened(width, height, "body") + MARKERS + body + "</svg>\n"
-                            : opened(width, HEADER + height, "whole") + "<style>" + std::string(STYLE) + "</style>" + MARKERS +
-                                  "<rect class=\"paper\" width=\"100%\" height=\"100%\"/>" + headers() +
+        result_.svg = html_ ? opened(width, HEADER, "head") + headers() + "</svg>" + opened(width, height, "body") +
+                                  MARKERS + body + "</svg>\n"
+                            : opened(width, HEADER + height, "whole") + "<style>" + std::string(STYLE) + "</style>" +
+                                  MARKERS + "<rect class=\"paper\" width=\"100%\" height=\"100%\"/>" + headers() +
                                   text_of("<g transform=\"translate(0 %d)\">", HEADER) + body + "</g></svg>\n";
         return std::move(result_);
     }
@@ -77,8 +80,9 @@ public:
 private:
     static std::string opened(int width, int height, const char* part)
     {
-        return text_of("<svg xmlns=\"http://www.w3.org/2000/svg\" class=\"%s\" width=\"%d\" height=\"%d\" viewBox=\"0 0 %d %d\">\n", part,
-                       width, height, width, height);
+        return text_of("<svg xmlns=\"http://www.w3.org/2000/svg\" class=\"%s\" width=\"%d\" height=\"%d\" viewBox=\"0 "
+                       "0 %d %d\">\n",
+                       part, width, height, width, height);
     }
 
     static int x_of(std::size_t lane) { return LEFT + 24 + LANE * static_cast<int>(lane); }
@@ -121,14 +125,16 @@ private:
             if (each.time_us - last_us >= LONG_PAUSE_US) {
                 if (!shares)
                     y += ROW;
-                lines_ += text_of("<line class=\"pause\" x1=\"%d\" x2=\"100%%\" y1=\"%d\" y2=\"%d\"/><text class=\"pause\" x=\"%d\" y=\"%d\">%s</text>",
+                lines_ += text_of("<line class=\"pause\" x1=\"%d\" x2=\"100%%\" y1=\"%d\" y2=\"%d\"/><text "
+                                  "class=\"pause\" x=\"%d\" y=\"%d\">%s</text>",
                                   LEFT, y, y, LEFT - 12, y + 4, duration(each.time_us - last_us).c_str());
                 y += PAUSE;
             } else if (!shares && (row_of != NONE || &each != &events_.front())) {
                 y += ROW;
             }
             if (!shares || each.time_us - last_us >= LONG_PAUSE_US)
-                lines_ += text_of("<text class=\"time\" x=\"%d\" y=\"%d\">%.3f</text><line class=\"row\" x1=\"%d\" x2=\"100%%\" y1=\"%d\" y2=\"%d\"/>",
+                lines_ += text_of("<text class=\"time\" x=\"%d\" y=\"%d\">%.3f</text><line class=\"row\" x1=\"%d\" "
+                                  "x2=\"100%%\" y1=\"%d\" y2=\"%d\"/>",
                                   LEFT - 12, y + 4, static_cast<double>(each.time_us - first_us) / 1e3, LEFT, y, y);
             last_us = each.time_us;
             row_of = each.verb;
@@ -152,11 +158,13 @@ private:
         for (std::size_t lane = 0; lane < lanes_.size(); ++lane) {
             const tp& on = of_.tps[lanes_[lane]];
             const std::string lu = on.lu.empty() ? "" : " \u00B7 LU " + on.lu;
-            text += text_of("<g class=\"tp\"><rect x=\"%d\" y=\"10\" width=\"%d\" height=\"44\" rx=\"8\"/><text class=\"name\" x=\"%d\" y=\"29\">",
+            text += text_of("<g class=\"tp\"><rect x=\"%d\" y=\"10\" width=\"%d\" height=\"44\" rx=\"8\"/><text "
+                            "class=\"name\" x=\"%d\" y=\"29\">",
                             x_of(lane) - 16, LANE - 24, x_of(lane) - 4);
             text += escaped(printable(on.label(), 26));
             text += text_of("</text><text class=\"of\" x=\"%d\" y=\"45\">process %u", x_of(lane) - 4, on.process);
-            text += escaped(printable_text(on.id.empty() ? "" : text_of(", TP %u", on.number()))) + escaped(lu) + "</text></g>\n";
+            text += escaped(printable_text(on.id.empty() ? "" : text_of(", TP %u", on.number()))) + escaped(lu) +
+                    "</text></g>\n";
         }
         return text;
     }
@@ -188,9 +196,11 @@ private:
 
     std::string label(int x, int y, const std::string& strong, const std::string& soft, bool error) const
     {
-        std::string text = text_of("<text class=\"%s\" x=\"%d\" y=\"%d\">", error ? "label wrong" : "label", x, y + 4) + escaped(strong);
+        std::string text = text_of("<text class=\"%s\" x=\"%d\" y=\"%d\">", error ? "label wrong" : "label", x, y + 4) +
+                           escaped(strong);
         if (!soft.empty())
-            text += "<tspan class=\"soft\" dx=\"" + std::string(strong.empty() ? "0" : "7") + "\">" + escaped(soft) + "</tspan>";
+            text += "<tspan class=\"soft\" dx=\"" + std::string(strong.empty() ? "0" : "7") + "\">" + escaped(soft) +
+                    "</tspan>";
         return text + "</text>";
     }
 
@@ -203,7 +213,8 @@ private:
         const int to = waits ? bottom_ : at.to_y;
         const bool one_row = at.from_y == to;
         const std::string bytes = verb.data_bytes != 0 ? text_of("%zu B", verb.data_bytes) : "";
-        const std::string time = verb.has_ended() && verb.start_us != NEVER && verb.opcode != 0 ? duration(verb.end_us - verb.start_us) : "";
+        const std::string time =
+            verb.has_ended() && verb.start_us != NEVER && verb.opcode != 0 ? duration(verb.end_us - verb.start_us) : "";
         const std::string outcome = verb.is_error() ? verb.result : verb.opcode == 0 ? verb.result : "";
         const auto soft = [](std::initializer_list<std::string> parts) {
             std::string text;
@@ -211,16 +222,22 @@ private:
                 text += part.empty() ? "" : (text.empty() ? "" : " \u00B7 ") + part;
             return text;
         };
-        const char* kind = waits ? "open" : verb.is_error() ? "bad" : verb.opcode == 0 ? "told" : one_row ? "quick" : "long";
-        verbs_ += text_of("<g class=\"v %s\" data-c=\"%zu\"><rect x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\" rx=\"4\"/>", kind, group_of(verb),
-                          x - BAR / 2, at.from_y - 8, BAR, to - at.from_y + 20);
+        const char* kind = waits              ? "open"
+                           : verb.is_error()  ? "bad"
+                           : verb.opcode == 0 ? "told"
+                           : one_row          ? "quick"
+                                              : "long";
+        verbs_ +=
+            text_of("<g class=\"v %s\" data-c=\"%zu\"><rect x=\"%d\" y=\"%d\" width=\"%d\" height=\"%d\" rx=\"4\"/>",
+                    kind, group_of(verb), x - BAR / 2, at.from_y - 8, BAR, to - at.from_y + 20);
         const int text_x = x + BAR;
         if (one_row) {
             verbs_ += label(text_x, at.from_y, verb.verb, soft({outcome, bytes, time}), verb.is_error());
         } else {
             verbs_ += label(text_x, at.from_y, verb.verb, waits ? "no response" : "", verb.is_error());
             if (!waits)
-                verbs_ += label(text_x, to, "", soft({verb.is_error() ? outcome : "\u2713", bytes, time}), verb.is_error());
+                verbs_ +=
+                    label(text_x, to, "", soft({verb.is_error() ? outcome : "\u2713", bytes, time}), verb.is_error());
         }
         const char* element = html_ ? "desc" : "title";
         verbs_ += text_of("<%s>", element) + escaped(details(verb)) + text_of("</%s></g>\n", element);
@@ -248,9 +265,14 @@ private:
             const int x1 = x_of(from.lane) + (right || same ? BAR / 2 + from.depth * NEST : -BAR / 2);
             const int x2 = x_of(to.lane) + (right ? -BAR / 2 - 3 : BAR / 2 + 3 + to.depth * NEST);
             const int y1 = from.from_y + UNDER, y2 = std::max(to.to_y, from.from_y) + UNDER;
-            const int bulge = same ? 90 : 0;
-            arrows_ += text_of("<g class=\"a %s\" data-c=\"%zu\"><path d=\"M%d %dC%d %d %d %d %d %d\"/>", color, group_of(of_.verbs[ends.first]),
-                               x1, y1, x1 + (x2 - x1) / 3 + bulge, y1, x2 - (x2 - x1) / 3 + bulge, y2, x2, y2);
+            arrows_ += text_of("<g class=\"a %s\" data-c=\"%zu\"><path d=\"M%d %d", color,
+                               group_of(of_.verbs[ends.first]), x1, y1);
+            if (same)
+                arrows_ += text_of("C%d %d %d %d %d %d\"/>", x1 + 90, y1, x2 + 90, y2, x2, y2);
+            else if (right)  // level below the labels of the left lane, then across
+                arrows_ += text_of("H%dC%d %d %d %d %d %d\"/>", x1 + LABELS, x1 + LABELS + 50, y1, x2 - 50, y2, x2, y2);
+            else
+                arrows_ += text_of("C%d %d %d %d %d %dH%d\"/>", x1 - 50, y1, x2 + LABELS + 50, y2, x2 + LABELS, y2, x2);
             // The room left of a lane is free of verbs' labels.
             arrows_ += text_of("<text x=\"%d\" y=\"%d\">", std::max(x1, x2) - 10, (right ? y2 : y1) - 4);
             arrows_ += escaped(words) + "</text></g>\n";

@@ -15,7 +15,7 @@ namespace {
 
 // One side of a conversation, as far as it is known where it leads.
 struct side {
-    std::size_t verb;           // that made it
+    std::size_t verb;  // that made it
     side* other = nullptr;
     bool has_turn = false;
     bool sync_confirm = false;
@@ -141,8 +141,11 @@ private:
             from->has_turn = true;
             break;
         case DEALLOCATE:
-            send(from, verb.what == APPC_DEALLOC_CONFIRM || (asks && verb.what == APPC_DEALLOC_SYNC_LEVEL) ? flow_kind::confirm
-                                                                                                           : flow_kind::end, place);
+            send(from,
+                 verb.what == APPC_DEALLOC_CONFIRM || (asks && verb.what == APPC_DEALLOC_SYNC_LEVEL)
+                     ? flow_kind::confirm
+                     : flow_kind::end,
+                 place);
             break;
         default: break;
         }
@@ -154,7 +157,8 @@ private:
         if (at == nullptr || at->other == nullptr)
             return;
         auto& queue = at->other->outgoing;
-        const auto found = std::ranges::find_if(queue, [&](const side::sent& each) { return std::ranges::count(kinds, each.kind) != 0; });
+        const auto found = std::ranges::find_if(
+            queue, [&](const side::sent& each) { return std::ranges::count(kinds, each.kind) != 0; });
         if (found == queue.end())
             return;
         flows_.push_back({found->kind, found->verb, place});
@@ -224,7 +228,8 @@ private:
             get(at, place, {flow_kind::error});
             at->has_turn = false;
         } else if (verb.result == "OK") {
-            if (at->other != nullptr && !at->other->outgoing.empty() && at->other->outgoing.front().kind == flow_kind::confirmed)
+            if (at->other != nullptr && !at->other->outgoing.empty() &&
+                at->other->outgoing.front().kind == flow_kind::confirmed)
                 get(at, place, {flow_kind::confirmed});
         }
     }

@@ -56,7 +56,9 @@ std::string results_of(const verb_totals& sum)
 std::string data_preview(const verb_run& verb)
 {
     constexpr std::size_t SHOWN = 40;
-    const auto letters = [](const std::string& text) { return std::ranges::count_if(text, [](unsigned char c) { return std::isalnum(c); }); };
+    const auto letters = [](const std::string& text) {
+        return std::ranges::count_if(text, [](unsigned char c) { return std::isalnum(c); });
+    };
     const std::string ascii = printable(verb.data, verb.data.size());
     const std::string& text = letters(ascii) >= letters(verb.data_in_ebcdic) ? ascii : verb.data_in_ebcdic;
     return text.substr(0, SHOWN) + (verb.data_bytes > SHOWN ? "..." : "");
@@ -97,9 +99,10 @@ std::string time_of(std::int64_t us)
     const auto day = floor<days>(time);
     const year_month_day date(day);
     const hh_mm_ss clock(time - day);
-    return text_of("%04d-%02u-%02u %02d:%02d:%02d.%06lld", int{date.year()}, unsigned{date.month()}, unsigned{date.day()},
-                   static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                   static_cast<int>(clock.seconds().count()), static_cast<long long>(clock.subseconds().count()));
+    return text_of("%04d-%02u-%02u %02d:%02d:%02d.%06lld", int{date.year()}, unsigned{date.month()},
+                   unsigned{date.day()}, static_cast<int>(clock.hours().count()),
+                   static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
+                   static_cast<long long>(clock.subseconds().count()));
 }
 
 std::string summary(const story& of, const filter& which, bool as_document)
@@ -108,8 +111,13 @@ std::string summary(const story& of, const filter& which, bool as_document)
     if (as_document) {
         json verbs = json::array();
         for (const auto& [verb, sum] : totals) {
-            const auto time = [&](std::size_t percent) { return sum.times_us.empty() ? json() : json(sum.at(percent)); };
-            verbs.push_back({{"verb", verb}, {"count", sum.count}, {"results", sum.results}, {"median_us", time(50)},
+            const auto time = [&](std::size_t percent) {
+                return sum.times_us.empty() ? json() : json(sum.at(percent));
+            };
+            verbs.push_back({{"verb", verb},
+                             {"count", sum.count},
+                             {"results", sum.results},
+                             {"median_us", time(50)},
                              {"p99_us", time(99)}});
         }
         return json{{"verbs", verbs}}.dump(2) + "\n";
@@ -129,7 +137,8 @@ std::string line_of(const story& of, const verb_run& verb, bool as_object)
         return as_json(of, verb).dump() + "\n";
     const tp& on = of.tps[verb.tp];
     const bool timed = verb.has_ended() && verb.start_us != NEVER && verb.opcode != 0;
-    std::string text = time_of(verb.first_us()).substr(11) + text_of("  %-6u %-12s %-24s", verb.process, on.label().c_str(), verb.verb.c_str());
+    std::string text = time_of(verb.first_us()).substr(11) +
+                       text_of("  %-6u %-12s %-24s", verb.process, on.label().c_str(), verb.verb.c_str());
     text += text_of(" %10s  ", timed ? duration(verb.end_us - verb.start_us).c_str() : "-");
     text += verb.has_ended() ? verb.result : NO_RESPONSE;
     if (verb.is_error() && verb.secondary != 0)

@@ -27,7 +27,7 @@ struct chart_options {
 };
 
 struct chart {
-    std::string svg;   // a whole SVG document, or the picture of the HTML page
+    std::string svg;                      // a whole SVG document, or the picture of the HTML page
     std::size_t shown = 0, left_out = 0;  // verbs
 };
 

@@ -65,7 +65,8 @@ wanted_bytes wanted(const record& of)
     const u8 format = field<u8>(block, 3);
     const data_buffer& buffer = verb->trace.buffer(format);
     const u16 entry = verb->trace.entry_bytes;
-    u32 length = entry != 0 ? static_cast<u16>(field<u32>(block, buffer.length_at) * entry) : field<u16>(block, buffer.length_at);
+    u32 length = entry != 0 ? static_cast<u16>(field<u32>(block, buffer.length_at) * entry)
+                            : field<u16>(block, buffer.length_at);
     if (buffer.address_at == 0 || (of.kind == record_kind::response && !verb->trace.in_responses))
         length = 0;
     return {verb->trace.block_bytes(field<u8>(block, 2), format), length};
@@ -129,8 +130,8 @@ bool parser::begin(std::string_view stamp)
     int year{}, month{}, day{}, hour{}, minute{}, second{}, us{}, ahead_h{}, ahead_min{}, end{};
     char sign{};
     const std::string text(stamp.substr(0, 100));
-    if (std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d.%6d %c%2d%2d [%9u.%9u] ====%n", &year, &month, &day, &hour, &minute,
-                    &second, &us, &sign, &ahead_h, &ahead_min, &open_.process, &open_.thread, &end) != 12 ||
+    if (std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d.%6d %c%2d%2d [%9u.%9u] ====%n", &year, &month, &day, &hour,
+                    &minute, &second, &us, &sign, &ahead_h, &ahead_min, &open_.process, &open_.thread, &end) != 12 ||
         end == 0)
         return false;
     using namespace std::chrono;
@@ -150,7 +151,9 @@ bool parser::take_text(std::string_view text)
     if (part_ == part::headline) {
         const std::size_t at = text.find(RESPONSE);
         const bool responds = at != std::string_view::npos;
-        open_.kind = responds ? record_kind::response : text.ends_with(FORGET) ? record_kind::forget : record_kind::request;
+        open_.kind = responds                 ? record_kind::response
+                     : text.ends_with(FORGET) ? record_kind::forget
+                                              : record_kind::request;
         if (responds)
             open_.result = printable(text.substr(at + RESPONSE.size()), 60);
         const std::string_view end = responds ? text.substr(at) : open_.kind == record_kind::forget ? FORGET : REQUEST;
@@ -199,7 +202,8 @@ bool parser::take_forget(std::string_view text)
 // "0010  c1c2c3c4 c5c6     ...  |................| |ABCDEF          |"
 bool parser::take_dump(std::string_view line)
 {
-    constexpr std::size_t BYTES = 16, HEX = 36, ASCII_AT = HEX + 2, EBCDIC_AT = ASCII_AT + BYTES + 3, LINE = EBCDIC_AT + BYTES + 1;
+    constexpr std::size_t BYTES = 16, HEX = 36, ASCII_AT = HEX + 2, EBCDIC_AT = ASCII_AT + BYTES + 3,
+                          LINE = EBCDIC_AT + BYTES + 1;
     if (part_ != part::block && part_ != part::data)
         return false;
     dumped& into = part_ == part::block ? open_.block : open_.data;
@@ -235,8 +239,10 @@ void parser::finish()
         return;
     const wanted_bytes all = wanted(open_);
     if (!forgets && !is_cut_ && (open_.block.count < all.block || open_.data.count < all.data))
-        return complain(open_.line, text_of("the record breaks off: it shows %zu of %zu bytes of its block and %zu of %zu of its data",
-                                            open_.block.count, all.block, open_.data.count, all.data));
+        return complain(
+            open_.line,
+            text_of("the record breaks off: it shows %zu of %zu bytes of its block and %zu of %zu of its data",
+                    open_.block.count, all.block, open_.data.count, all.data));
     ++records_;
     take_(std::move(open_));
 }
@@ -253,8 +259,10 @@ void parser::pause()
 void parser::end()
 {
     if (!rest_.empty() || too_long_) {
-        complain(line_ + 1, "the file ends within a line" + (part_ == part::none ? "" : "; its record, from line " +
-                            std::to_string(open_.line) + ", is left out"));
+        complain(
+            line_ + 1,
+            "the file ends within a line" +
+                (part_ == part::none ? "" : "; its record, from line " + std::to_string(open_.line) + ", is left out"));
         rest_.clear();
         part_ = part::none;
     }

@@ -1,5 +1,5 @@
-// What stands in a verb trace file: its records, and reading them. Nothing in such a file is believed: lines have a bound, numbers
-// are checked, and what is no record is reported with its line and left out.
+// What stands in a verb trace file: its records, and reading them. Nothing in such a file is believed: lines have a bound,
+// numbers are checked, and what is no record is reported with its line and left out.
 #pragma once
 
 #include <cstdint>

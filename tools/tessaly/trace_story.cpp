@@ -84,9 +84,11 @@ void story::read_block(verb_run& verb, const record& from)
         return;
     const bool starts = header.opcode == TP_STARTED;
     const bool accepts = is_receive_allocate(header.opcode);
-    const std::size_t id_at = starts ? offsetof(appc_tp_started, tp_id)
-                              : accepts ? offsetof(appc_receive_allocate, tp_id) : offsetof(appc_header, tp_id);
-    const bool has_tp = (!starts && !accepts && row->issue != issue_rule::registers) || (responds && verb.result == "OK");
+    const std::size_t id_at = starts    ? offsetof(appc_tp_started, tp_id)
+                              : accepts ? offsetof(appc_receive_allocate, tp_id)
+                                        : offsetof(appc_header, tp_id);
+    const bool has_tp =
+        (!starts && !accepts && row->issue != issue_rule::registers) || (responds && verb.result == "OK");
     verb.tp = tp_of(verb.process, has_tp ? bytes_at(block, id_at) : "");
     tp& of = tps[verb.tp];
     if (row->conv_verb)
@@ -101,10 +103,11 @@ void story::read_block(verb_run& verb, const record& from)
         verb.from_lu = ascii_at(block, offsetof(appc_receive_allocate, plu_alias), LU_ALIAS_BYTES);
     } else if (header.opcode == ALLOCATE || header.opcode == SEND_CONVERSATION) {
         const bool old = header.opcode == ALLOCATE && header.format == 0;
-        verb.asks_tp = ebcdic_at(block, old ? offsetof(appc_allocate_format_0, tp_name) : offsetof(appc_allocate, tp_name),
-                                 TP_NAME_BYTES);
-        verb.asks_lu = ascii_at(block, old ? offsetof(appc_allocate_format_0, plu_alias) : offsetof(appc_allocate, plu_alias),
-                                LU_ALIAS_BYTES);
+        verb.asks_tp = ebcdic_at(
+            block, old ? offsetof(appc_allocate_format_0, tp_name) : offsetof(appc_allocate, tp_name), TP_NAME_BYTES);
+        verb.asks_lu =
+            ascii_at(block, old ? offsetof(appc_allocate_format_0, plu_alias) : offsetof(appc_allocate, plu_alias),
+                     LU_ALIAS_BYTES);
         verb.sync_confirm = header.opcode == ALLOCATE && as<appc_allocate>(block).sync_level == APPC_SYNC_CONFIRM;
         verb.conversation = header.opcode == ALLOCATE ? header.conv_id : 0;
     } else if (header.opcode == SEND_DATA) {
@@ -192,7 +195,8 @@ bool filter::passes(const story& of, const verb_run& run) const
     if (!verb.empty() && run.verb != verb && run.verb != "MC_" + verb)
         return false;
     const trace::tp& on = of.tps[run.tp];
-    return tp.empty() || on.name == tp || tp == std::to_string(on.process) || (!on.id.empty() && tp == std::to_string(on.number()));
+    return tp.empty() || on.name == tp || tp == std::to_string(on.process) ||
+           (!on.id.empty() && tp == std::to_string(on.number()));
 }
 
 }  // namespace tessaly::tool::trace

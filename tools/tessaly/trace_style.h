@@ -7,10 +7,12 @@ namespace tessaly::tool::trace {
 
 inline constexpr std::string_view STYLE = R"(
 :root { --paper: #fbfbf9; --ink: #22262c; --soft: #6a717c; --line: #e4e5e2; --lane: #cfd2d0; --card: #ffffff; --edge: #dcdedb;
-  --bar: #7f9fbf; --quick: #a9bdd0; --data: #2f6fae; --control: #8a929d; --bad: #c23b2e; --told: #8c6fb0; --tip: #22262c; --tip-ink: #f4f4f2; }
+  --bar: #7f9fbf; --quick: #a9bdd0; --data: #2f6fae; --control: #8a929d; --bad: #c23b2e; --told: #8c6fb0; --tip: #22262c;
+  --tip-ink: #f4f4f2; }
 @media (prefers-color-scheme: dark) {
 :root { --paper: #17191d; --ink: #e3e5e8; --soft: #98a0ab; --line: #24282e; --lane: #3a4048; --card: #1f2329; --edge: #343a42;
-  --bar: #6d94bd; --quick: #57718c; --data: #6fb0ee; --control: #808a96; --bad: #ff7d6e; --told: #b79be0; --tip: #e9eaec; --tip-ink: #1c1f24; } }
+  --bar: #6d94bd; --quick: #57718c; --data: #6fb0ee; --control: #808a96; --bad: #ff7d6e; --told: #b79be0; --tip: #e9eaec;
+  --tip-ink: #1c1f24; } }
 svg { font: 12px system-ui, "Segoe UI", "Noto Sans", "DejaVu Sans", sans-serif; font-variant-numeric: tabular-nums; }
 svg text { fill: var(--ink); }
 .paper { fill: var(--paper); }
@@ -31,9 +33,11 @@ svg .label.wrong, svg .label.wrong .soft { fill: var(--bad); }
 .v.told rect { fill: var(--told); }
 .v.open rect { fill: none; stroke: var(--bar); stroke-width: 1.5; stroke-dasharray: 3 3; }
 .a path { fill: none; stroke-width: 1.6; }
-.a text { text-anchor: end; font-size: 10.5px; paint-order: stroke; stroke: var(--paper); stroke-width: 3px; stroke-linejoin: round; }
+.a text { text-anchor: end; font-size: 10.5px; paint-order: stroke; stroke: var(--paper); stroke-width: 3px;
+  stroke-linejoin: round; }
 .a.data path { stroke: var(--data); marker-end: url(#to-data); } svg .a.data text { fill: var(--data); }
-.a.control path { stroke: var(--control); stroke-dasharray: 5 3; marker-end: url(#to-control); } svg .a.control text { fill: var(--soft); }
+.a.control path { stroke: var(--control); stroke-dasharray: 5 3; marker-end: url(#to-control); }
+  svg .a.control text { fill: var(--soft); }
 .a.error path { stroke: var(--bad); marker-end: url(#to-error); } svg .a.error text { fill: var(--bad); }
 #to-data path { fill: var(--data); } #to-control path { fill: var(--control); } #to-error path { fill: var(--bad); }
 )";
@@ -53,14 +57,17 @@ header { padding: 18px 26px 10px; }
 h1 { font-size: 19px; font-weight: 600; margin: 0 0 2px; }
 h2 { font-size: 15px; font-weight: 600; margin: 26px 26px 8px; }
 header p { margin: 0; color: var(--soft); }
-.keys { display: flex; flex-wrap: wrap; gap: 6px 20px; align-items: center; padding: 6px 26px 10px; color: var(--soft); font-size: 12.5px; }
+.keys { display: flex; flex-wrap: wrap; gap: 6px 20px; align-items: center; padding: 6px 26px 10px; color: var(--soft);
+  font-size: 12.5px; }
 .keys i { display: inline-block; width: 14px; height: 10px; border-radius: 3px; margin-right: 6px; vertical-align: -1px; }
-.keys button { font: inherit; color: var(--ink); background: var(--card); border: 1px solid var(--edge); border-radius: 6px; padding: 2px 10px; }
+.keys button { font: inherit; color: var(--ink); background: var(--card); border: 1px solid var(--edge); border-radius: 6px;
+  padding: 2px 10px; }
 .scroll { overflow: auto; max-height: 78vh; border-top: 1px solid var(--edge); border-bottom: 1px solid var(--edge); }
 .scroll svg { display: block; }
 .scroll svg.head { position: sticky; top: 0; background: var(--paper); z-index: 1; }
 .v { cursor: pointer; } .v:hover rect { filter: brightness(0.85); } .dim { opacity: 0.16; }
-#tip { position: fixed; display: none; pointer-events: none; white-space: pre; background: var(--tip); color: var(--tip-ink); border-radius: 8px;
+#tip { position: fixed; display: none; pointer-events: none; white-space: pre; background: var(--tip); color: var(--tip-ink);
+  border-radius: 8px;
   padding: 9px 12px; font: 12px/1.5 ui-monospace, "DejaVu Sans Mono", monospace; box-shadow: 0 6px 24px #0004; z-index: 2; }
 pre { margin: 0 26px 30px; font: 12.5px/1.6 ui-monospace, "DejaVu Sans Mono", monospace; overflow-x: auto; }
 )";

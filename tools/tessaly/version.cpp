@@ -39,7 +39,8 @@ ending version_of(const std::string& name, std::FILE* out)
     if (std::ferror(file.get()) != 0)
         return {EXIT_USAGE, "cannot read " + printable(name) + ": " + std::strerror(errno)};
     if (lines == 0)
-        return {EXIT_USAGE, printable(name) + " has no what-string marker @(#). Is it a library of this product, like libtessaly.so.7?"};
+        return {EXIT_USAGE,
+                printable(name) + " has no what-string marker @(#). Is it a library of this product, like libtessaly.so.7?"};
     return {};
 }
 
