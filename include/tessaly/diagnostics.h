@@ -1,7 +1,7 @@
-/* tessaly/diagnostics.h - formatted text without surprises, and which build of the library this is.
+/* tessaly/diagnostics.h - formatted text without surprises, the verb trace, and which build of the library this is.
  *
- * Nothing here takes a lock or keeps anything; every operation may be called from any thread. Text is in the local
- * character set (ASCII) and ends with a zero byte. */
+ * Nothing here keeps anything; every operation may be called from any thread, and only the trace takes a lock. Text is in
+ * the local character set (ASCII) and ends with a zero byte. */
 #ifndef TESSALY_DIAGNOSTICS_H
 #define TESSALY_DIAGNOSTICS_H
 
@@ -52,6 +52,25 @@ int t_sprintf(char *buffer, const char *format, ...);
 int nb_printf(const char *format, ...) TESSALY_LIKE_PRINTF(1, 2);
 int nb_fprintf(FILE *stream, const char *format, ...) TESSALY_LIKE_PRINTF(2, 3);
 int nb_sprintf(char *buffer, const char *format, ...) TESSALY_LIKE_PRINTF(2, 3);
+
+/* ---- The verb trace ---------------------------------------------------------------------------------------------
+ * The library writes these records itself while the node runtime has its API trace on; sister libraries may add some. With
+ * the trace off, or without a trace file, nothing is written. Nothing is reported, and no block is changed. */
+
+/* Writes a request or response record: the verb in words, in a response its result too, the block, and the data it names.
+ *   kind  1: request, 2: response; any other value: a response with the data of a request
+ *   vcb   the verb's block, as long as its struct in tessaly/appc.h; of an unknown opcode 6 bytes are read */
+void seputrap(unsigned short kind, void *vcb);
+
+/* Writes an implied-forget record.
+ *   vcb       address of the DEALLOCATE's block, printed only
+ *   corr      the value that the program gave with the DEALLOCATE
+ *   conv_id   the conversation
+ *   tp_id     8 bytes
+ *   type      0: data flow, 1: UNBIND, 2: failure; others are shown as unknown
+ *   callback  address of the program's routine, printed only */
+void seputrap2(void *vcb, unsigned int corr, unsigned int conv_id, const unsigned char *tp_id, unsigned short type,
+               void *callback);
 
 /* ---- The version ------------------------------------------------------------------------------------------------
  * Texts in fields of 255 bytes, zeros behind them. Callers change and free nothing. */

@@ -9,6 +9,7 @@
 #include "localnode/runtime/lock.h"
 #include "localnode/runtime/paths.h"
 #include "localnode/runtime/trace_file.h"
+#include "localnode/runtime/trace_switch.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -37,6 +38,7 @@ void become_new_client() noexcept
 {
     process_lock.start_afresh();
     trace_mutex_start_afresh();
+    watch_trace_switch();
     forget_deliverers();
     forget_sleeping_threads();
     if (node_host* host = host_in_use())

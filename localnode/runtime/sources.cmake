@@ -16,6 +16,7 @@ target_sources(tessaly_runtime PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/send.cpp
     ${CMAKE_CURRENT_LIST_DIR}/text_file.cpp
     ${CMAKE_CURRENT_LIST_DIR}/trace_file.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/trace_switch.cpp
     ${CMAKE_CURRENT_LIST_DIR}/wait.cpp)
 
 # The runtime thread lives until the process ends, so its code must stay.

@@ -18,7 +18,7 @@ int open_text_file(const char* name) noexcept
     return open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
 }
 
-void write_text(int file, std::string_view text) noexcept
+bool write_text(int file, std::string_view text) noexcept
 {
     const int error_of_caller = errno;
     while (!text.empty()) {
@@ -29,6 +29,7 @@ void write_text(int file, std::string_view text) noexcept
             break;
     }
     errno = error_of_caller;
+    return text.empty();
 }
 
 stamp stamp_now() noexcept

@@ -8,8 +8,8 @@ namespace tessaly::runtime {
 // Opens the file for appending, or gives standard error for the name "stderr"; -1 when there is none or it cannot be opened.
 int open_text_file(const char* name) noexcept;
 
-// As much as the system takes; a full disk must not stop a verb.
-void write_text(int file, std::string_view text) noexcept;
+// As much as the system takes; a full disk must not stop a verb. Result: whether that was all.
+bool write_text(int file, std::string_view text) noexcept;
 
 using stamp = text_line<64>;
 

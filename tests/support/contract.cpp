@@ -64,6 +64,12 @@ void write_log(char kind, u32 id, u16 point, const char* descriptor, va_list arg
     the_node->logs.push_back(std::move(log));
 }
 
+void trace(u32 file, const char* label, trace_call call)
+{
+    EXPECT_TRUE(file == the_node->trace_file && label == std::string("APPC "));
+    the_node->trace.push_back(std::move(call));
+}
+
 }  // namespace
 
 // The password entry of the process, as the test sets it.
@@ -83,6 +89,7 @@ extern "C" {
 
 static u8 flags[16];
 u8* ptrc = flags;
+trc_api_record trc_api;
 char BoxName[64];
 const u8 nba_blank_name[8] = {};
 
@@ -104,6 +111,9 @@ void* nba_validate_handle(u32 handle)         { return found_in(__func__, the_no
 void nba_mm_free(void* pointer, u32 zero)     { the_node->enter(__func__, zero == 0); the_node->release(pointer); }
 void nba_mm_refresh(u32 two)                  { the_node->enter(__func__, two == 2); }
 void v0_assert(const char* module, u32 line, const char* text) { the_node->asserted({module, line, text}); }
+void com_trc_sep(u32 file, const char* label) { trace(file, label, {"sep"}); }
+void com_trc_line(u32 file, const char* label, const char* text) { trace(file, label, {text}); }
+void trc_unlock_file(trc_api_record*)         { the_node->trace.push_back({"unlock"}); }
 // clang-format on
 
 // The library converts no names by itself.
@@ -117,6 +127,25 @@ u16 nba_check_ebcdic(u8 char_class, const u8* span, u16 count)
     EXPECT_EQ(char_class, 8);
     static const bytes of_class_8 = ebcdic("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789$#@");
     return std::all_of(span, span + count, [](u8 byte) { return std::ranges::count(of_class_8, byte) != 0; });
+}
+
+void com_trc_dump(u32 file, const char* label, const void* start, u32 count)
+{
+    trace(file, label, {"dump", start, the_node->reads_dumps ? as_bytes(start, count) : bytes{}});
+}
+
+void sepuapi_init(u8* flags_bytes)
+{
+    EXPECT_EQ(flags_bytes, ptrc);
+    the_node->trace.push_back({"init"});
+    ptrc[1] |= the_node->flags_of_trace;
+}
+
+void trc_lock_file(trc_api_record* record)
+{
+    EXPECT_EQ(record, &trc_api);
+    the_node->trace.push_back({"lock"});
+    record->trace_file = the_node->trace_file;
 }
 
 // The lowest free number, so that handles come back as soon as they may.

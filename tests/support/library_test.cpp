@@ -52,6 +52,8 @@ library_test::library_test()
     this_test = this;
     the_node = &node;
     std::memset(ptrc, 0, 9);
+    trc_api = {};
+    ptrc[1] = 0x08;  // in every test each request has its response
     std::strcpy(BoxName, "box");
     vav_appc_caps = vav_appc_caps_5_1_2;
     unsetenv("APPC_ATTACH_ID");
@@ -66,6 +68,7 @@ void library_test::TearDown()
     node.refuse_nothing();
     restart_with({});
     node.check_at_end();
+    EXPECT_EQ(node.traced_as_pending(), 0);
     for (const verb& each : verbs)
         EXPECT_TRUE(each.result == 0 || each.completions() == each.accepted) << "opcode " << load<u16>(each.memory.get(), 0);
 }

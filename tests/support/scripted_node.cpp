@@ -84,6 +84,20 @@ holdings scripted_node::held() const
     return held;
 }
 
+i32 scripted_node::traced_as_pending() const
+{
+    std::map<const void*, i32> pending;
+    bool request = false;
+    for (const trace_call& call : trace) {
+        if (call.what.ends_with(" request") || call.what.find(" response, ") != std::string::npos) {
+            request = call.what.ends_with(" request");
+        } else if (call.what.starts_with("---- Verb")) {
+            EXPECT_GE(pending[(&call + 1)->start] += request ? 1 : -1, 0) << (&call - 1)->what << ", without a request";
+        }
+    }
+    return static_cast<i32>(std::ranges::count_if(pending, [](const auto& each) { return each.second != 0; }));
+}
+
 void scripted_node::check_at_end() const
 {
     EXPECT_EQ(lock_depth, 0u) << "the lock is still held";
@@ -215,6 +229,7 @@ void scripted_node::deliver_event(const event& what)
     const bool is_fork = what.kind == NODE_EVENT_FORKED;
     if (is_fork) {  // users and paths are the parent's from now on
         ++forks;
+        trace.clear();  // of which the requests under way have no response
         users.clear();
         for (auto& [number, path] : paths)
             path.open = false;

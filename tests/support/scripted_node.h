@@ -61,6 +61,19 @@ struct log_record {
     }
 };
 
+// One call of the trace file's operations: its name, or the text of a line; for a dump what it shows.
+struct trace_call {
+    std::string what;
+    const void* start = nullptr;
+    bytes shown = {};
+
+    bool operator==(const trace_call&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const trace_call& call)
+    {
+        return out << call.what << " " << call.start << " " << call.shown.size();
+    }
+};
+
 // clang-format off
 struct path_record { u32 user, node; bytes caps; bool open; };  // not open: closed, or failed
 struct path_user { node_receive_routine receive; u32 kind; bool outlived_the_node = false; };
@@ -133,6 +146,7 @@ struct scripted_node {
     std::vector<bytes> datagrams;
     std::vector<log_record> logs;
     std::vector<broken_invariant> broken;  // as they were reported
+    std::vector<trace_call> trace;
     std::vector<const char*> calls;  // every operation, in order
     std::map<u32, path_record> paths;
     const sent_verb& last(u16 opcode) const;  // fails the test when there is none
@@ -141,12 +155,18 @@ struct scripted_node {
     holdings held() const;
     size_t held_by_tps() const { return held().entries + held().handles + held().wait_objects + held().paths; }
     void check_at_end() const;
+    // Trace records of the blocks: how many requests have no response yet. Fails the test for a response without a request.
+    i32 traced_as_pending() const;
 
     // ---- Its surroundings.
     std::vector<u32> nodes = {0x01010101};              // that offer the verb service
     std::optional<u32> address;                         // of BoxName, network byte order
     std::optional<std::string> user_name = "operator";  // of the process
     u32 effective_user = 1000;
+
+    u32 trace_file = 0x7ACE;
+    u8 flags_of_trace = 0;      // which sepuapi_init sets
+    bool reads_dumps = false;   // else only their start is noted: a block may name what is no memory
 
     // ---- The ledger, which contract.cpp writes.
     std::map<void*, std::pair<u32, u32>> memory;  // to size and serial number

@@ -118,6 +118,11 @@ const program_case cases[] = {
     {"", "", 2, "", "A subcommand is required\nTry: tessaly --help"},
     {"pong", "", 2, "", "no such subcommand: pong\nTry"},
     {"explain FOO", "", 2, "", "FOO is no return code.\n$"},
+    {"trace missing", "", 2, "", "cannot read missing: No such file"},
+    {"trace -f a b", "", 2, "", "--follow: takes one file"},
+    {"trace", "", 2, "", "FILES is required\nTry: tessaly trace --help"},
+    {"version " TESSALY_LIBRARY, "", 0, "^\\]V7\\.1\\.0\\.1 Korvel .*\n\\] {12}\\(: 22/01/19 11:01:58\\)\n\\]\n$", ""},
+    {"version talk", "", 2, "", "talk has no what-string marker"},
     {"--version", "", 0, "^tessaly 7\\.", ""},
     {"--help", "", 0, "^Example: tessaly .*Exit codes: 0 done", ""},
     {"ping --help", "", 0, "^Example: tessaly ping .*--timeout.*Exit codes", ""},
@@ -125,6 +130,8 @@ const program_case cases[] = {
     {"send --help", "", 0, "^Example: tessaly send .*--timeout.*Exit codes", ""},
     {"receive --help", "", 0, "^Example: tessaly receive .*--timeout.*Exit codes", ""},
     {"status --help", "", 0, "^Example: tessaly status.*--timeout.*Exit codes", ""},
+    {"trace --help", "", 0, "^Example: tessaly trace .*--follow.*Exit codes", ""},
+    {"version --help", "", 0, "^Example: tessaly version .*Exit codes", ""},
     {"explain --help", "", 0, "^Example: tessaly explain .*Exit codes", ""},
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/tessaly/conversation.h"
+#include "tools/tessaly/trace_story.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -74,6 +75,22 @@ struct launcher_options {
 
 // Serves the node as a TP server until SIGTERM or SIGINT; reads its file again at SIGHUP.
 ending launch_programs(const launcher_options& options);
+
+struct trace_options {
+    std::vector<std::string> files;
+    trace::filter which;
+    bool list = false;    // a line for each verb, not the summary
+    bool follow = false;  // a line for each verb as it ends, until stopped; one file
+    bool json = false;
+    std::string svg, html;  // where a chart goes, if it does; nothing else is shown then
+    std::size_t limit = 2000;
+};
+
+// Shows what happened according to verb trace files. stop: for follow, else null.
+ending show_trace(stopper* stop, const trace_options& options, std::FILE* out);
+
+// Prints the lines behind the what-string markers of a file.
+ending version_of(const std::string& file, std::FILE* out);
 
 // Prints name, meaning and next step of each code. A code that is none: exit code EXIT_USAGE and the nearest one.
 ending explain(const std::vector<std::string>& codes, std::FILE* out);

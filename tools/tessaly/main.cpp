@@ -16,7 +16,7 @@ namespace {
 
 constexpr char ABOUT[] = R"(Example: tessaly explain 0x0300 0x31604B08
 
-Converses over LU 6.2, asks a node for its status, and explains return codes.)";
+Converses over LU 6.2, asks a node for its status, shows what a verb trace tells, and explains return codes.)";
 
 constexpr char EXIT_CODES[] =
     R"(Exit codes: 0 done, 1 a verb failed or the partner refused, 2 wrong usage or an unusable file,
@@ -79,6 +79,8 @@ public:
         add_status();
         add_explain();
         add_launcher();
+        add_trace();
+        add_version();
     }
 
     int run(int argc, char** argv)
@@ -218,6 +220,45 @@ private:
         command.callback([this] { run_command_ = [this] { return launch_programs(launcher_); }; });
     }
 
+    void add_trace()
+    {
+        CLI::App& command = add("trace", "Show what a verb trace tells: by verb, verb after verb, or as a sequence chart.",
+                                "tessaly trace --html chart.html verbs.trace");
+        command.add_option("FILES", trace_.files, "verb traces (TESSALY_API_TRACE), shown together")->required()->type_name("");
+        command.add_flag("-l,--list", trace_.list, "a line for each verb, in the order of their requests");
+        CLI::Option* follow = command.add_flag("-f,--follow", trace_.follow, "a line for each verb as it ends, until stopped");
+        command.add_flag("--json", trace_.json, "the summary as a JSON document, the lines as JSON objects");
+        command.add_option("--tp", trace_.which.tp, "only verbs of this TP: its name or number, or a process")->type_name("TP");
+        command.add_option("--conversation", trace_.which.conversation, "only verbs of this conversation")->type_name("N");
+        command.add_option("--verb", trace_.which.verb, "only this verb, mapped or basic")->type_name("VERB");
+        command.add_flag("--errors", trace_.which.errors, "only verbs that did not end with OK");
+        command.add_option("--svg", trace_.svg, "draw the sequence chart into this file")->type_name("FILE");
+        command.add_option("--html", trace_.html, "the same as a page with details")->type_name("FILE");
+        command.add_option("--limit", trace_.limit, "the most verbs of a chart (2000)")
+            ->type_name("N")
+            ->check(CLI::Range(std::size_t{1}, std::size_t{100'000}).description(""));
+        command.callback([this, follow] {
+            if (*follow && trace_.files.size() > 1)
+                throw CLI::ValidationError("--follow", "takes one file");
+            run_command_ = [this] {
+                if (!trace_.follow)
+                    return show_trace(nullptr, trace_, stdout);
+                block_watched_signals();
+                stopper stop;
+                const signal_watch signals(stop);
+                return show_trace(&stop, trace_, stdout);
+            };
+        });
+    }
+
+    void add_version()
+    {
+        CLI::App& command = add("version", "Tell which version of the library a file holds, without loading it.",
+                                "tessaly version /usr/lib/i386-linux-gnu/libtessaly.so.7");
+        command.add_option("LIBRARY", library_, "the library's file")->required()->type_name("");
+        command.callback([this] { run_command_ = [this] { return version_of(library_, stdout); }; });
+    }
+
     CLI::App app_;
     std::function<ending()> run_command_;
     ping_options ping_;
@@ -227,6 +268,8 @@ private:
     status_options status_;
     std::vector<std::string> codes_;
     launcher_options launcher_;
+    trace_options trace_;
+    std::string library_;
 };
 
 }  // namespace
