@@ -7,7 +7,7 @@ namespace tessaly {
 
 using ltv_routine = void (*)(u32 value_bytes, u16 type, const u8* value, u32 correlator);
 
-// Calls the routine for each element; an element that is too short or does not fit ends the reading. Result: how many were visited.
+// Calls the routine for each element; one that is too short or does not fit ends the reading. Result: how many were visited.
 u32 tps_parse_ltv(const u8* buffer, u32 length, ltv_routine routine, u32 correlator) noexcept;
 
 // That routine for the answer to a NAP_QUERY_ATTACH: stores what the element says into the verb's block and buffer.

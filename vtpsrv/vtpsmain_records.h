@@ -64,7 +64,7 @@ struct tps_control_block {
 
 extern tps_control_block* tps_main_cb;  // null: not loaded
 
-// Counts the teardowns. Whoever called back, slept, or runs a loop of such compares it: a new number means that all records are gone.
+// Counts the teardowns. Whoever called back or slept compares it: a new number means that all records are gone.
 extern u32 tps_teardowns;
 
 // Null when memory or a handle are short; errno is that of the call that failed. corr: not used for VAV_SYNCBCK_VERB.

@@ -1,5 +1,5 @@
-// What the TP server tells the node. Each builds its message from a verb and its block and sends it. Result: the runtime's status;
-// the block says so when it is not 0.
+// What the TP server tells the node. Each builds its message from a verb and its block and sends it. Result: the runtime's
+// status; the block says so when it is not 0.
 #pragma once
 
 #include "vtpsrv/vtpsmain_records.h"

@@ -126,7 +126,8 @@ TEST_F(answered, elements_are_visited_as_far_as_they_are_sound)
     const bytes sound = joined({element(3, bytes(8)), element(99, {})});
     // clang-format off
     const struct { bytes elements; u32 visited; } cases[] = {
-        {{}, 0}, {{0}, 0}, {{0, 4, 0}, 0}, {sound, 2}, {{0, 12, 0, 3, 1, 2, 3, 4, 5, 6, 7, 8}, 1}, {{0, 12, 0, 3, 1, 2, 3, 4, 5, 6, 7}, 0},
+        {{}, 0}, {{0}, 0}, {{0, 4, 0}, 0}, {sound, 2}, {{0, 12, 0, 3, 1, 2, 3, 4, 5, 6, 7, 8}, 1},
+        {{0, 12, 0, 3, 1, 2, 3, 4, 5, 6, 7}, 0},
         {joined({sound, {0, 3, 0, 3}, sound}), 2}, {joined({sound, {0, 0, 0, 3}}), 2}, {joined({sound, {0, 5, 0, 3}}), 2},
         {joined({sound, {0, 4, 0}}), 2}, {{0xFF, 0xFF, 0, 3}, 0}, {{4, 0, 0, 3}, 0},
     };
@@ -142,8 +143,8 @@ TEST_F(answered, elements_fill_their_fields_and_no_other_byte)
 {
     // clang-format off
     const struct { u16 type; u32 sent, at, stored; } cases[] = {
-        {3, 8, 88, 8}, {3, 12, 88, 8}, {3, 5, 88, 5}, {5, 17, 96, 17}, {5, 30, 96, 17}, {5, 0, 96, 0}, {6, 9, 113, 8}, {6, 3, 113, 3},
-        {4, 8, 0, 0}, {7, 40, 0, 0},  // no buffer for the attach header
+        {3, 8, 88, 8}, {3, 12, 88, 8}, {3, 5, 88, 5}, {5, 17, 96, 17}, {5, 30, 96, 17}, {5, 0, 96, 0}, {6, 9, 113, 8},
+        {6, 3, 113, 3}, {4, 8, 0, 0}, {7, 40, 0, 0},  // no buffer for the attach header
     };
     // clang-format on
     for (const auto& each : cases) {
@@ -299,8 +300,9 @@ TEST_F(pip_data, are_asked_for_in_160_bytes_and_delivered_as_far_as_they_fit)
     EXPECT_EQ(query.codes(), PENDING);
     const sent_verb& sent = node.last(NAP_EXTRACT_PIP);
     bytes expected(160);
-    for (const auto& [at, value] : std::initializer_list<std::pair<u32, u32>>{{16, sent.address}, {56, 160}, {80, 1}, {112, 0x0104},
-                                                                             {124, START_1}, {128, NODE_ADDRESS}})
+    const std::pair<u32, u32> fields[] = {{16, sent.address}, {56, 160},      {80, 1},
+                                          {112, 0x0104},      {124, START_1}, {128, NODE_ADDRESS}};
+    for (const auto& [at, value] : fields)
         store(expected.data(), at, value);
     store<u16>(expected.data(), 62, 12);
     store<u16>(expected.data(), 142, 100);
@@ -329,7 +331,8 @@ TEST_F(pip_data, are_asked_for_only_on_the_strength_of_this_answer)
     const bytes with_pip = element(7, attach_header({0xC1})), without = element(7, attach_header({0xC1}, {}, 0xF7));
     // clang-format off
     const struct { u16 room, cap; bytes elements; bool fetched; } cases[] = {
-        {10, 100, with_pip, true}, {10, 5, with_pip, true}, {0, 100, with_pip, false}, {10, 4, with_pip, false}, {10, 100, {}, false},
+        {10, 100, with_pip, true}, {10, 5, with_pip, true}, {0, 100, with_pip, false}, {10, 4, with_pip, false},
+        {10, 100, {}, false},
         {10, 0, with_pip, false}, {10, 100, without, false}, {10, 100, joined({with_pip, without}), false},
         {10, 100, element(7, {}), false}, {10, 100, element(7, {4, 0, 0, 0, 8, 0}), false},
         {10, 100, joined({{0, 2, 0, 7}, with_pip}), false},

@@ -1,5 +1,5 @@
-// A TP server's whole life, in which each fallible call of the runtime fails, alone and with all that follow; and right before and
-// right after each message the path is lost, the node ends, the process forks.
+// A TP server's whole life, in which each fallible call of the runtime fails, alone and with all that follow; and right before
+// and right after each message the path is lost, the node ends, the process forks.
 #include "tests/tp_server/serving.h"
 
 #include <iostream>
@@ -110,7 +110,7 @@ TEST(fault_sweep, completes_every_verb_of_a_TP_server_once_and_leaves_nothing)
         for (const bool on : {false, true}) {
             u32 untold = 0, nth = 1;
             for (;; ++nth) {
-                SCOPED_TRACE(::testing::Message() << "call " << nth << " fails" << (on ? " on" : "") << (synchronous ? ", sync" : ""));
+                SCOPED_TRACE(::testing::Message() << "call " << nth << (on ? " and on" : "") << (synchronous ? ", sync" : ""));
                 life run(synchronous);
                 run.node.refuse({}, nth, on, STATUS);
                 run.runs();

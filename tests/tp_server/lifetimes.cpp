@@ -120,8 +120,8 @@ TEST_F(serving, ends_with_the_node_and_begins_anew)
     EXPECT_EQ(completion_order, (std::vector{&first, &second, &third}));
     EXPECT_EQ(third.codes(), ABENDED);
     EXPECT_FALSE(is_loaded());
-    const auto ended = [&](std::string_view call) { return std::count(node.calls.begin() + static_cast<i32>(calls), node.calls.end(), call); };
-    EXPECT_EQ(ended("vpm_terminate_path_user"), 0);
+    const std::vector<std::string_view> new_calls(node.calls.begin() + static_cast<i32>(calls), node.calls.end());
+    EXPECT_EQ(std::ranges::count(new_calls, "vpm_terminate_path_user"), 0);
 
     reports_file_status();  // the path users are still there
     EXPECT_EQ(node.last_result, NODE_RESULT_FREED);
@@ -239,7 +239,7 @@ TEST(in_a_callback, the_application_may_do_anything)
     for (const auto& occasion : occasions)
         for (const auto& act : acts)
             for (const bool sleeping : {false, true}) {
-                SCOPED_TRACE(std::string(act.name) + " in the callback of " + occasion.name + (sleeping ? ", a caller asleep" : ""));
+                SCOPED_TRACE(std::string(act.name) + " in the callback of " + occasion.name + (sleeping ? ", asleep" : ""));
                 callback_run run;
                 bool has_acted = false;
                 const std::function<void()> act_once = [&] {

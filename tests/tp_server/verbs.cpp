@@ -114,14 +114,15 @@ TEST_F(refused, when_their_datagram_cannot_be_sent)
 
 // clang-format off
 const struct { const char* alias; bool valid; } aliases[] = {
-    {"        ", true}, {"APPL    ", true}, {"a~!LU001", true}, {"AP PL   ", false}, {"APPL\0\0\0\0", false}, {"\0\0\0\0\0\0\0\0", false},
+    {"        ", true}, {"APPL    ", true}, {"a~!LU001", true}, {"AP PL   ", false}, {"APPL\0\0\0\0", false},
+    {"\0\0\0\0\0\0\0\0", false},
     {"LUA\x7F    ", false}, {"LUA\x80    ", false}, {"\xFF       ", false}, {" LUA    ", false}, {"APPLAPP\x1F", false},
 };
 const struct { const char* name; bool valid; bool asserts = false; } partners[] = {
     {"NETA.LUX", true}, {"NETA.LU*", true}, {"LU*", true}, {"NETA.*", true}, {"*", true}, {".*", true}, {"", true},
     {"ABCDEFGH.IJKLMNO*", true}, {"ABCDEFGHIJKLMNOP*", true}, {"NETA.LU*X", false}, {"NETA.LU* X", false}, {"LUX", false},
-    {"*.NETA", false, true}, {"LU*.", false, true}, {"NE-TA.LU*", false}, {"NETA.L-U*", false}, {"L U*", false}, {"NETA.LU**", false},
-    {"NETA.", false}, {"NETA.LU.*", false},
+    {"*.NETA", false, true}, {"LU*.", false, true}, {"NE-TA.LU*", false}, {"NETA.L-U*", false}, {"L U*", false},
+    {"NETA.LU**", false}, {"NETA.", false}, {"NETA.LU.*", false},
 };
 // clang-format on
 
@@ -158,7 +159,8 @@ TEST_F(telling_the_node, what_it_can_start_takes_132_bytes)
 {
     // clang-format off
     const struct { u16 opcode, replace; u8 tp_type, on_the_wire; u32 action; } cases[] = {
-        {NAP_REGISTER_TP, 0, 3, 1, 1}, {NAP_REGISTER_TP, 2, 1, 2, 1}, {NAP_REGISTER_TP, 1, 2, 3, 2}, {NAP_UNREGISTER_TP, 1, 9, 0, 3},
+        {NAP_REGISTER_TP, 0, 3, 1, 1}, {NAP_REGISTER_TP, 2, 1, 2, 1}, {NAP_REGISTER_TP, 1, 2, 3, 2},
+        {NAP_UNREGISTER_TP, 1, 9, 0, 3},
     };
     // clang-format on
     for (const auto& each : cases) {
