@@ -231,7 +231,7 @@ private:
         command.add_option("--tp", trace_.which.tp, "only verbs of this TP: its name or number, or a process")->type_name("TP");
         command.add_option("--conversation", trace_.which.conversation, "only verbs of this conversation")->type_name("N");
         command.add_option("--verb", trace_.which.verb, "only this verb, mapped or basic")->type_name("VERB");
-        command.add_flag("--errors", trace_.which.errors, "only verbs that did not end with OK");
+        command.add_flag("--errors", trace_.which.errors, "only verbs that failed; DEALLOC_NORMAL is none");
         command.add_option("--svg", trace_.svg, "draw the sequence chart into this file")->type_name("FILE");
         command.add_option("--html", trace_.html, "the same as a page with details")->type_name("FILE");
         command.add_option("--limit", trace_.limit, "the most verbs of a chart (2000)")

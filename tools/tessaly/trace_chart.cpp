@@ -215,7 +215,7 @@ private:
         const std::string bytes = verb.data_bytes != 0 ? text_of("%zu B", verb.data_bytes) : "";
         const std::string time =
             verb.has_ended() && verb.start_us != NEVER && verb.opcode != 0 ? duration(verb.end_us - verb.start_us) : "";
-        const std::string outcome = verb.is_error() ? verb.result : verb.opcode == 0 ? verb.result : "";
+        const std::string outcome = waits || verb.result == "OK" ? "" : verb.result;
         const auto soft = [](std::initializer_list<std::string> parts) {
             std::string text;
             for (const std::string& part : parts)
@@ -237,7 +237,7 @@ private:
             verbs_ += label(text_x, at.from_y, verb.verb, waits ? "no response" : "", verb.is_error());
             if (!waits)
                 verbs_ +=
-                    label(text_x, to, "", soft({verb.is_error() ? outcome : "\u2713", bytes, time}), verb.is_error());
+                    label(text_x, to, "", soft({outcome.empty() ? "\u2713" : outcome, bytes, time}), verb.is_error());
         }
         const char* element = html_ ? "desc" : "title";
         verbs_ += text_of("<%s>", element) + escaped(details(verb)) + text_of("</%s></g>\n", element);

@@ -44,7 +44,8 @@ struct verb_run {
     u64 block = 0;                         // its address
 
     bool has_ended() const { return end_us != NEVER; }
-    bool is_error() const { return has_ended() && opcode != 0 && result != "OK"; }
+    bool is_good() const { return result == "OK" || result == "DEALLOC_NORMAL"; }  // the partner's end is no fault
+    bool is_error() const { return has_ended() && opcode != 0 && !is_good(); }
     std::int64_t first_us() const { return start_us != NEVER ? start_us : end_us; }
     std::int64_t last_us() const { return end_us != NEVER ? end_us : start_us; }
 };
