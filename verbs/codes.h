@@ -67,7 +67,10 @@ inline constexpr u16 LAST_TP_SERVER_OPCODE = NAP_APPL_FAILED;
     code(PROG_ERROR_PURGING) code(CONV_FAILURE_RETRY) code(CONV_FAILURE_NO_RETRY) code(SVC_ERROR_NO_TRUNC)                   \
     code(UNEXPECTED_SYSTEM_ERROR) code(SVC_ERROR_TRUNC) code(SVC_ERROR_PURGING) code(UNSUCCESSFUL)                           \
     code(CNOS_PARTNER_LU_REJECT) code(CONVERSATION_TYPE_MIXED) code(CANCELLED) code(BACKED_OUT) code(DUPLEX_TYPE_MIXED)      \
-    code(INVALID_VERB_SEGMENT) code(STACK_TOO_SMALL) code(INVALID_VERB) code(TPS_SERVER_BUSY)
+    code(INVALID_VERB_SEGMENT) code(STACK_TOO_SMALL) code(INVALID_VERB)
+
+// Those that only verbs of the TP server have.
+#define TESSALY_TP_SERVER_PRIMARY_CODES(code) code(TPS_SERVER_BUSY)
 
 #define TESSALY_SECONDARY_CODES(code) \
     code(NO_MEMORY) code(IN_CALLBACK) code(BAD_FORMAT) code(NO_POST_CALLBACK) code(BAD_TP_ID) code(NO_ALLOCATE_PENDING)      \
@@ -90,7 +93,7 @@ inline constexpr u16 LAST_TP_SERVER_OPCODE = NAP_APPL_FAILED;
 
 enum primary_code : u16 {
 #define TESSALY_ENUMERATOR(name) name = APPC_##name,
-    TESSALY_PRIMARY_CODES(TESSALY_ENUMERATOR)
+    TESSALY_PRIMARY_CODES(TESSALY_ENUMERATOR) TESSALY_TP_SERVER_PRIMARY_CODES(TESSALY_ENUMERATOR)
 #undef TESSALY_ENUMERATOR
 };
 
@@ -107,7 +110,9 @@ struct code_name {
 };
 
 #define TESSALY_NAME(name) {APPC_##name, #name},
-inline constexpr code_name primary_code_names[] = {TESSALY_PRIMARY_CODES(TESSALY_NAME)};
+inline constexpr code_name verb_result_names[] = {TESSALY_PRIMARY_CODES(TESSALY_NAME)};
+inline constexpr code_name primary_code_names[] = {TESSALY_PRIMARY_CODES(TESSALY_NAME)
+                                                       TESSALY_TP_SERVER_PRIMARY_CODES(TESSALY_NAME)};
 #undef TESSALY_NAME
 
 // A value may have two names: what it means depends on the verb.

@@ -65,8 +65,8 @@ private:
 
 const char* name_of_result(u16 primary) noexcept
 {
-    const auto* found = std::ranges::find(primary_code_names, u32{primary}, &code_name::value);
-    return found == std::end(primary_code_names) ? "***UNKNOWN RC***" : found->name;
+    const auto* found = std::ranges::find(verb_result_names, u32{primary}, &code_name::value);
+    return found == std::end(verb_result_names) ? "***UNKNOWN RC***" : found->name;
 }
 
 u16 data_bytes(const void* vcb, const trace_rule& rule, const data_buffer& buffer) noexcept

@@ -47,7 +47,7 @@ const std::pair<u16, const char*> results[] = {
     {0x1300, "SVC_ERROR_PURGING"}, {0x1400, "UNSUCCESSFUL"}, {0x1800, "CNOS_PARTNER_LU_REJECT"},
     {0x1900, "CONVERSATION_TYPE_MIXED"}, {0x2100, "CANCELLED"}, {0x2200, "BACKED_OUT"}, {0x2300, "DUPLEX_TYPE_MIXED"},
     {0xF008, "INVALID_VERB_SEGMENT"}, {0xF015, "STACK_TOO_SMALL"}, {0xFFFF, "INVALID_VERB"},
-    {0x0001, "***UNKNOWN RC***"}, {0x2400, "***UNKNOWN RC***"},
+    {0x0001, "***UNKNOWN RC***"}, {0x2400, "***UNKNOWN RC***"}, {0x5541, "***UNKNOWN RC***"},
 };
 // clang-format on
 
