@@ -1,0 +1,368 @@
+// The application's side of a program: blocks, entry points, routines and the books.
+#include "fuzz/player.h"
+
+#include "v6/vav/alias_map.h"
+
+#include <tessaly/appc.h>
+#include <tessaly/layout.h>
+
+#include <gtest/gtest.h>
+
+namespace tessaly::fuzz {
+
+namespace {
+
+constexpr u32 MOST_VERBS = 200;
+constexpr u32 MOST_DEPTH = 6;
+constexpr u32 HEADER_BYTES = offsetof(appc_header, tp_id);  // all that is read or written of a block that is no verb's
+constexpr u32 FORGET_VALUE = 0xF0;
+
+player* the_player = nullptr;
+
+// A broken runtime contract fails the run, too.
+struct ends_the_run : testing::EmptyTestEventListener {
+    void OnTestPartResult(const testing::TestPartResult& result) override
+    {
+        if (result.failed())
+            fail(result.summary());
+    }
+};
+
+void on_completion(void* vcb, appc_u8* tp_id, appc_u32, appc_u32 corr)
+{
+    demand(tp_id != nullptr && std::count(tp_id, tp_id + 8, 0xA5) < 8, "a routine gets a TP identifier");
+    the_player->completed(vcb, corr);
+}
+
+void on_post(void* vcb, appc_u8*, appc_u32) { the_player->posted(vcb); }
+void on_forget(void* vcb, appc_u8*, appc_u32, appc_u16, appc_u32 value) { the_player->forgot(vcb, value); }
+
+// What a program or a node that does wrong may make the library report.
+const std::vector<std::string> TOLERATED = {
+    "FALSE",
+    "(opcode == VAV_HDR(pndcb->vcb)->opcode) || (opcode == NAP_B_SEND_CONVERSATION)",
+    "(deallocate->opcode == NAP_B_DEALLOCATE) && (deallocate->format == 1)",
+    "format == 0",
+    "format == 1",
+    "rcv_info->rcv_ips != NULL",
+    "ready->app_rdy_status == VSM_ST_FAILED",
+    "17 >= stp->prot_id.fq_lu_name_len",
+    "17 >= stp->unprot_id.fq_lu_name_len",
+    "((VAV_HDR(vcb)->format) == 0) || ((VAV_HDR(vcb)->format) == 1)",
+    "VAV_HDR(tmpcb->vcb)->opcode == NAP_B_ALLOCATE",
+};
+
+const char* const SETTINGS[] = {"/nonexistent", TESSALY_FUZZ_DIR "/settings/named", TESSALY_FUZZ_DIR "/settings/numbered"};
+const char* const ATTACH_IDS[] = {"", "0A0B0C0D00112233", "not a number of 16", "zzzzzzzzzzzzzzzz"};
+
+constexpr bool is_synchronous(entry through)
+{
+    return through <= entry::c1 || through == entry::c_version;
+}
+
+// Whether it turns an ALLOCATE of format 0 into one of format 1, which is longer.
+constexpr bool promotes(entry through)
+{
+    return through != entry::async && through > entry::appc_p;
+}
+
+u32 bytes_of(entry through, u16 opcode, u8 format)
+{
+    const test::published_verb* row = test::published(opcode);
+    if (row == nullptr)
+        return HEADER_BYTES;
+    return row->block_bytes[format != 0 || (opcode == ALLOCATE && promotes(through)) ? 1 : 0];
+}
+
+}  // namespace
+
+player::player(input& in) : in_(in)
+{
+    static const bool listens = [] {
+        auto& listeners = testing::UnitTest::GetInstance()->listeners();
+        delete listeners.Release(listeners.default_result_printer());
+        listeners.Append(new ends_the_run);
+        return true;
+    }();
+    demand(listens, "failures are heard");
+    the_player = this;
+    test::the_node = &node_;
+    vav_appc_caps = vav_appc_caps_5_1_2;
+    node_.tolerated_assertions = TOLERATED;
+
+    const u32 choices = in.number<u16>(), start = in.number<u8>();
+    std::memset(ptrc, 0, 9);
+    ptrc[1] = (choices & 1) != 0 ? 0x08 : 0;
+    ptrc[8] = choices >> 1 & 3;
+    node_.nodes.assign((choices >> 3 & 3) + ((choices & 0x20) == 0), 0x01010101);
+    alias_map_directory = SETTINGS[(choices >> 6 & 3) % std::size(SETTINGS)];
+    setenv("APPC_ATTACH_ID", ATTACH_IDS[(choices & 0x100) != 0 ? choices >> 9 & 3 : 0], 1);
+    std::strcpy(BoxName, (choices & 0x800) != 0 ? "a-machine-whose-name-is-rather-long-for-that-of-a-machine-1" : "box");
+    if ((choices & 0x1000) != 0)
+        node_.address = 0xFFFFFFFF;
+    if ((choices & 0x2000) != 0)
+        node_.user_name.reset();
+    for (u32 i = 0; i < (start & 3); ++i)
+        issue(entry::appc, TP_STARTED, false);
+    for (u32 i = 0; i < (start >> 2 & 3); ++i)
+        issue(entry::async, RECEIVE_ALLOCATE_EX, false);
+    if ((choices & 0x4000) != 0)
+        for (const auto& verb : test::published_verbs)
+            node_.answers(verb.opcode);
+    if ((choices & 0x8000) != 0)
+        node_.scripts.clear();
+}
+
+u16 player::any_opcode()
+{
+    static constexpr u16 eventful[] = {RECEIVE_AND_WAIT, RECEIVE_AND_POST, DEALLOCATE, CANCEL_CONV, TP_ENDED, TP_STARTED,
+                                       RECEIVE_ALLOCATE, SET_TP_PROPERTIES};
+    return in_.below(2) == 0 ? in_.one_of(eventful) : in_.one_of(test::published_verbs).opcode;
+}
+
+void player::step()
+{
+    switch (in_.below(16)) {
+    case 0: return issue(entry::async, TP_STARTED, false);
+    case 1: return issue(entry::async, in_.below(2) == 0 ? RECEIVE_ALLOCATE : RECEIVE_ALLOCATE_EX, false);
+    case 2: return issue(entry::appc, any_opcode(), false);
+    case 3:
+    case 4:
+    case 5: return issue(entry::async, any_opcode(), false);
+    case 6: return issue(static_cast<entry>(in_.below(ENTRIES)), any_opcode(), true);
+    case 7:
+    case 8:
+    case 9: return answer(false);
+    case 10:
+    case 11: return answer(true);
+    case 12: return send_raw();
+    case 13: return send_datagram();
+    case 14: return lose_something();
+    default: return change_the_world();
+    }
+}
+
+void player::finish()
+{
+    finished_ = true;
+    node_.deliver();
+    // A TP may have a record in reserve, for the library's own SET_TP_PROPERTIES.
+    demand(node_.handles.size() <= held_.size() + node_.held().entries, "each record is that of a verb under way");
+    demand(node_.wait_objects.size() <= held_.size(), "each wait object is that of a verb under way");
+    node_.reports(NODE_EVENT_TERMINATED);
+    node_.deliver();
+    for (const auto& [vcb, verb] : held_)
+        demand(verb.completed, "every accepted verb completes");
+    node_.expected_assertions.clear();
+    node_.check_at_end();
+    held_.clear();
+}
+
+// One that the verb has, unless it is wild.
+u8 player::format_for(u16 opcode, bool wild)
+{
+    const test::published_verb* row = test::published(opcode);
+    const u8 any = static_cast<u8>(in_.below(4));
+    if (wild || row == nullptr)
+        return any;
+    if (row->format[0].length == 0 || row->format[1].length == 0)
+        return row->format[0].length == 0;
+    return any % 2;
+}
+
+played_verb player::make(entry through, u16 opcode, bool wild)
+{
+    const u8 format = format_for(opcode, wild);
+    const u32 bytes = bytes_of(through, opcode, format);
+    played_verb verb{.opcode = opcode, .number = ++issued_, .block_bytes = bytes, .block = std::unique_ptr<u8[]>(new u8[bytes])};
+    u8* block = verb.block.get();
+    std::memset(block, 0, bytes);
+    if (wild)
+        in_.fill(block, bytes);
+    for (u32 runs = wild ? 0 : in_.below(4); runs != 0; --runs) {
+        const u32 from = in_.below(bytes), to = std::min(from + in_.below(66), bytes);
+        std::fill(block + from, block + to, in_.number<u8>());
+    }
+    store(block, 0, opcode);
+    block[3] = format;
+    if (bytes >= sizeof(appc_header) && test::published(opcode)->opcode != TP_STARTED) {
+        if (!wild || in_.below(2) == 0)
+            store(block, 16, some_tp());
+        if (test::published(opcode)->conv_verb)
+            store(block, 20, in_.below(4) == 0 ? 0u : 6 + in_.below(4));
+        if (opcode == CANCEL_CONV && in_.below(2) == 0)
+            std::memset(block + 12, 0, 8);
+    }
+    if (opcode == SET_TP_PROPERTIES) {
+        auto& fields = block_as<appc_set_tp_properties>(block);
+        fields.set_prot_id = static_cast<u16>(in_.below(3));
+        fields.set_unprot_id = static_cast<u16>(in_.below(3));
+        fields.prot_id.fq_lu_name_len = in_.number<u8>();
+        fields.unprot_id.fq_lu_name_len = in_.number<u8>();
+    }
+    return verb;
+}
+
+// Each buffer is exactly as long as the block says.
+void player::address_data(played_verb& verb, entry through)
+{
+    // clang-format off
+    static constexpr data_place places[] = {
+        {ALLOCATE, 152, 156},          {DEALLOCATE, 26, 28},          {SEND_DATA, 26, 28},
+        {SEND_EXPEDITED_DATA, 26, 28}, {SEND_ERROR, 28, 32},          {SEND_CONVERSATION, 152, 156},
+        {SEND_CONVERSATION, 186, 188}, {RECEIVE_AND_WAIT, 30, 36},    {RECEIVE_IMMEDIATE, 30, 36},
+        {RECEIVE_AND_POST, 30, 36},    {RECEIVE_EXPEDITED_DATA, 30, 36}, {RECEIVE_ALLOCATE_CPIC, 192, 196},
+    };
+    // clang-format on
+    u8* block = verb.block.get();
+    for (const auto& place : places) {
+        if (place.opcode != verb.opcode)
+            continue;
+        const bool short_allocate = verb.block_bytes == sizeof(appc_allocate_format_0);
+        const u32 before = place.opcode == ALLOCATE && short_allocate ? 1 : 0;  // two bytes further in front, and four
+        const u32 bytes = in_.below(16) == 0 ? in_.number<u16>() : in_.below(40);
+        const bool receives = place.length_at == 30;
+        const bool nowhere = !receives && in_.below(8) == 0;
+        u8* buffer = nowhere ? nullptr : verb.data.emplace_back(new u8[bytes]).get();
+        if (buffer != nullptr)
+            std::memset(buffer, 0xDA, bytes);
+        if (place.opcode == RECEIVE_ALLOCATE_CPIC)
+            store<u32>(block, place.length_at, bytes / TP_NAME_BYTES);
+        else
+            store(block, place.length_at - 2 * before, static_cast<u16>(bytes));
+        store(block, place.address_at - 4 * before, buffer);
+    }
+    // Format 1 reads an ALLOCATE in the longer layout, whatever the entry.
+    demand(verb.opcode != ALLOCATE || !promotes(through) || verb.block_bytes == sizeof(appc_allocate), "the block is long");
+}
+
+void player::address_routines(played_verb& verb, u32 version)
+{
+    u8* block = verb.block.get();
+    const bool given = in_.below(4) != 0;
+    if (verb.opcode == RECEIVE_AND_POST || verb.opcode == TEST_RTS_AND_POST) {
+        store<appc_post>(block, verb.opcode == RECEIVE_AND_POST ? 40 : 28, given ? on_post : nullptr);
+        verb.posts = given;
+    }
+    if (verb.opcode == DEALLOCATE) {
+        auto& fields = block_as<appc_deallocate>(block);
+        fields.forget_callback = given ? on_forget : nullptr;
+        fields.forget_value = FORGET_VALUE + verb.number;
+        verb.may_forget = given && (fields.format == 1 || version == 1 || version == 2);
+    }
+}
+
+u16 player::enter(entry through, void* vcb, bool with_callback, u32 version)
+{
+    const appc_completion callback = with_callback ? on_completion : nullptr;
+    switch (through) {
+    case entry::appc: return APPC(vcb), u16{0};
+    case entry::appc_c: return APPC_C(vcb), u16{0};
+    case entry::appc_p: return APPC_P(vcb), u16{0};
+    case entry::c1: return appc_c1(vcb), u16{0};
+    case entry::async: return APPC_Async(vcb, callback, issued_);
+    case entry::async1: return appc_async1(vcb, callback, issued_);
+    case entry::async_int: return appc_async_int(vcb, callback, issued_);
+    case entry::c_version: return appc_c_version(version, vcb), u16{0};
+    case entry::c_async_version: return appc_c_async_version(version, vcb, callback, issued_);
+    }
+    return 0;
+}
+
+void player::issue(entry through, u16 opcode, bool wild)
+{
+    if (issued_ == MOST_VERBS || (depth_ >= MOST_DEPTH && is_synchronous(through)))
+        return;
+    const bool with_callback = depth_ >= MOST_DEPTH || in_.below(8) != 0;
+    played_verb fresh = make(through, opcode, wild);
+    const u32 version = through < entry::c_version ? 0 : in_.below(4);
+    address_data(fresh, through);
+    address_routines(fresh, version);
+    void* vcb = fresh.block.get();
+    played_verb& verb = held_.emplace(vcb, std::move(fresh)).first->second;
+
+    const bool waits = is_synchronous(through) || !with_callback;
+    depth_ += waits;
+    waiting_ += waits;
+    if (waits)
+        node_.while_asleep([this] { interlude(); });
+    const u16 result = enter(through, vcb, with_callback, version);
+    depth_ -= waits;
+    waiting_ -= waits;
+    is_back(verb, waits, result);
+}
+
+void player::is_back(played_verb& verb, bool waited, u16 result)
+{
+    const bool is_post_verb = verb.opcode == RECEIVE_AND_POST || verb.opcode == TEST_RTS_AND_POST;
+    demand(waited || result == APPC_IN_PROGRESS || result == APPC_COMPLETE, "an asynchronous entry says what became of the verb");
+    demand(!verb.completed, "no verb completes before its entry returns");
+    if (waited && !is_post_verb)
+        verb.accepted = verb.completed = true;
+    else
+        verb.accepted = waited ? header_of(verb.block.get()).primary_rc == OK : result == APPC_IN_PROGRESS;
+    if (!verb.accepted || (verb.completed && !verb.awaits_forget()))
+        held_.erase(verb.block.get());
+}
+
+played_verb& player::held(void* vcb)
+{
+    const auto found = held_.find(vcb);
+    demand(found != held_.end(), "a routine is called for a block that the library has");
+    return found->second;
+}
+
+void player::complete(played_verb& verb)
+{
+    demand(verb.accepted && !verb.completed, "an accepted verb completes once");
+    verb.completed = true;
+    if (!verb.awaits_forget())
+        held_.erase(verb.block.get());
+    act();
+}
+
+void player::completed(void* vcb, u32 corr)
+{
+    played_verb& verb = held(vcb);
+    demand(verb.number == corr && !verb.posts, "a verb completes with its own correlator");
+    complete(verb);
+}
+
+void player::posted(void* vcb)
+{
+    played_verb& verb = held(vcb);
+    demand(verb.posts, "the block names that routine");
+    complete(verb);
+}
+
+void player::forgot(void* vcb, u32 value)
+{
+    played_verb& verb = held(vcb);
+    demand(verb.may_forget && value == FORGET_VALUE + verb.number, "the forget value is the block's own");
+    demand(!verb.forgotten, "a conversation is forgotten once");
+    verb.forgotten = true;
+    if (verb.completed)
+        held_.erase(vcb);
+    act();
+}
+
+void player::act()
+{
+    if (finished_ || depth_ >= MOST_DEPTH || in_.below(4) != 1)
+        return;
+    ++depth_;
+    step();
+    --depth_;
+}
+
+// As from another thread. When the program is over, the end of the node's services must wake whoever sleeps.
+void player::interlude()
+{
+    node_.while_asleep([this] { interlude(); });
+    if (!in_.is_empty())
+        return step();
+    demand(idle_ends_++ < 2 * MOST_DEPTH, "the end of the node wakes every caller");
+    node_.reports(NODE_EVENT_TERMINATED);
+}
+
+}  // namespace tessaly::fuzz
