@@ -26,7 +26,7 @@ u16 wild_opcode(input& in, player& program)
 {
     switch (in.below(8)) {
     case 0: return in.number<u16>();
-    case 1: return static_cast<u16>(FIRST_TP_SERVER_OPCODE + in.below(8));
+    case 1: return static_cast<u16>(FIRST_TP_SERVER_OPCODE + in.below(LAST_TP_SERVER_OPCODE - FIRST_TP_SERVER_OPCODE + 1));
     default: return program.any_opcode();
     }
 }

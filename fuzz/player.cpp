@@ -2,9 +2,11 @@
 #include "fuzz/player.h"
 
 #include "v6/vav/alias_map.h"
+#include "vtpsrv/vtpsmain_records.h"
 
 #include <tessaly/appc.h>
 #include <tessaly/layout.h>
+#include <tessaly/tp_server.h>
 
 #include <gtest/gtest.h>
 
@@ -35,6 +37,14 @@ void on_completion(void* vcb, appc_u8* tp_id, appc_u32, appc_u32 corr)
 }
 
 void on_post(void* vcb, appc_u8*, appc_u32) { the_player->posted(vcb); }
+void on_server_event(appc_u32 event, void* data, appc_u32)
+{
+    demand(event == APPC_TPS_EVENT_START_APPL || data == nullptr, "only a start request comes with data");
+    if (data != nullptr)
+        the_player->asked_to_start(load<u64>(data, 0));
+    else
+        the_player->act();
+}
 void on_forget(void* vcb, appc_u8*, appc_u32, appc_u16, appc_u32 value) { the_player->forgot(vcb, value); }
 
 // What a program or a node that does wrong may make the library report.
@@ -66,8 +76,20 @@ constexpr bool promotes(entry through)
     return through != entry::async && through > entry::appc_p;
 }
 
+constexpr bool is_tp_servers(u16 opcode)
+{
+    return opcode >= FIRST_TP_SERVER_OPCODE && opcode <= LAST_TP_SERVER_OPCODE;
+}
+
+constexpr u32 TP_SERVER_BLOCKS[] = {
+    sizeof(appc_register_tp_server), sizeof(appc_unregister_tp_server), sizeof(appc_register_tp), sizeof(appc_register_tp),
+    sizeof(appc_query_attach),       sizeof(appc_start_appl),           sizeof(appc_start_appl),  sizeof(appc_start_appl),
+};
+
 u32 bytes_of(entry through, u16 opcode, u8 format)
 {
+    if (is_tp_servers(opcode))
+        return TP_SERVER_BLOCKS[opcode - FIRST_TP_SERVER_OPCODE];
     const test::published_verb* row = test::published(opcode);
     if (row == nullptr)
         return HEADER_BYTES;
@@ -146,11 +168,19 @@ void player::finish()
 {
     finished_ = true;
     node_.deliver();
-    // A TP may have a record in reserve, for the library's own SET_TP_PROPERTIES.
-    demand(node_.handles.size() <= held_.size() + node_.held().entries, "each record is that of a verb under way");
-    demand(node_.wait_objects.size() <= held_.size(), "each wait object is that of a verb under way");
+    // A TP may have a record in reserve, for the library's own SET_TP_PROPERTIES; a server has a wait object.
+    const test::holdings held = node_.held();
+    demand(held.handles <= held_.size() + held.entries, "each record is that of a verb under way");
+    demand(held.wait_objects <= held_.size() + held.entries, "each wait object is that of a verb under way, or a server's");
+    // The TP server learns of the end through its path users, so it needs one.
+    if (tps_main_cb != nullptr) {
+        node_.refuse_nothing();
+        appc_register_tp_server block{.opcode = NAP_REGISTER_TP_SERVER, .server_callback = on_server_event};
+        demand(appc_async_int(&block, on_completion, 0) == APPC_COMPLETE && block.primary_rc == OK, "a server registers");
+    }
     node_.reports(NODE_EVENT_TERMINATED);
     node_.deliver();
+    demand(tps_main_cb == nullptr, "the TP server is unloaded when the node has ended");
     for (const auto& [vcb, verb] : held_)
         demand(verb.completed, "every accepted verb completes");
     node_.expected_assertions.clear();
@@ -170,6 +200,20 @@ u8 player::format_for(u16 opcode, bool wild)
     return any % 2;
 }
 
+// The server's handle, and mostly a definition that passes.
+void player::fill_tp_server_block(u8* block, u16 opcode)
+{
+    store(block, offsetof(appc_unregister_tp_server, server_handle), some_tp());
+    if (opcode == NAP_REGISTER_TP && in_.below(4) != 0) {
+        auto& fields = block_as<appc_register_tp>(block);
+        std::memset(fields.lu_alias, ' ', sizeof fields.lu_alias);
+        std::memset(fields.fqplu_name, 0x40, sizeof fields.fqplu_name);
+        fields.tp_type = static_cast<u8>(1 + in_.below(3));
+    }
+    if (opcode == NAP_QUERY_ATTACH || (opcode >= NAP_START_APPL_OK && in_.below(2) == 0))
+        store(block, offsetof(appc_start_appl, start_id), start_id_);
+}
+
 played_verb player::make(entry through, u16 opcode, bool wild)
 {
     const u8 format = format_for(opcode, wild);
@@ -185,7 +229,9 @@ played_verb player::make(entry through, u16 opcode, bool wild)
     }
     store(block, 0, opcode);
     block[3] = format;
-    if (bytes >= sizeof(appc_header) && test::published(opcode)->opcode != TP_STARTED) {
+    if (is_tp_servers(opcode)) {
+        fill_tp_server_block(block, opcode);
+    } else if (bytes >= sizeof(appc_header) && opcode != TP_STARTED) {
         if (!wild || in_.below(2) == 0)
             store(block, 16, some_tp());
         if (test::published(opcode)->conv_verb)
@@ -211,6 +257,7 @@ void player::address_data(played_verb& verb, entry through)
         {ALLOCATE, 152, 156},          {DEALLOCATE, 26, 28},          {SEND_DATA, 26, 28},
         {SEND_EXPEDITED_DATA, 26, 28}, {SEND_ERROR, 28, 32},          {SEND_CONVERSATION, 152, 156},
         {SEND_CONVERSATION, 186, 188}, {RECEIVE_AND_WAIT, 30, 36},    {RECEIVE_IMMEDIATE, 30, 36},
+        {NAP_QUERY_ATTACH, 122, 128},  {NAP_QUERY_ATTACH, 132, 136},
         {RECEIVE_AND_POST, 30, 36},    {RECEIVE_EXPEDITED_DATA, 30, 36}, {RECEIVE_ALLOCATE_CPIC, 192, 196},
     };
     // clang-format on
@@ -244,6 +291,11 @@ void player::address_routines(played_verb& verb, u32 version)
         store<appc_post>(block, verb.opcode == RECEIVE_AND_POST ? 40 : 28, given ? on_post : nullptr);
         verb.posts = given;
     }
+    if (verb.opcode == NAP_REGISTER_TP_SERVER) {
+        auto& fields = block_as<appc_register_tp_server>(block);
+        fields.server_callback = given ? on_server_event : nullptr;
+        fields.file_status_events %= 3;
+    }
     if (verb.opcode == DEALLOCATE) {
         auto& fields = block_as<appc_deallocate>(block);
         fields.forget_callback = given ? on_forget : nullptr;
@@ -273,7 +325,8 @@ void player::issue(entry through, u16 opcode, bool wild)
 {
     if (issued_ == MOST_VERBS || (depth_ >= MOST_DEPTH && is_synchronous(through)))
         return;
-    const bool with_callback = depth_ >= MOST_DEPTH || in_.below(8) != 0;
+    // A routine of a TP server must not wait.
+    const bool with_callback = depth_ >= MOST_DEPTH || (is_tp_servers(opcode) && in_routine_ != 0) || in_.below(8) != 0;
     played_verb fresh = make(through, opcode, wild);
     const u32 version = through < entry::c_version ? 0 : in_.below(4);
     address_data(fresh, through);
@@ -346,12 +399,20 @@ void player::forgot(void* vcb, u32 value)
     act();
 }
 
+void player::asked_to_start(u64 start_id)
+{
+    start_id_ = start_id;
+    act();
+}
+
 void player::act()
 {
     if (finished_ || depth_ >= MOST_DEPTH || in_.below(4) != 1)
         return;
     ++depth_;
+    ++in_routine_;
     step();
+    --in_routine_;
     --depth_;
 }
 

@@ -50,17 +50,19 @@ public:
     void completed(void* vcb, u32 corr);
     void posted(void* vcb);
     void forgot(void* vcb, u32 value);
+    void asked_to_start(u64 start_id);
+    void act();
 
 private:
     played_verb& held(void* vcb);
     u8 format_for(u16 opcode, bool wild);
+    void fill_tp_server_block(u8* block, u16 opcode);
     played_verb make(entry through, u16 opcode, bool wild);
     void address_data(played_verb& verb, entry through);
     void address_routines(played_verb& verb, u32 version);
     u16 enter(entry through, void* vcb, bool with_callback, u32 version);
     void is_back(played_verb& verb, bool waited, u16 result);
     void complete(played_verb& verb);
-    void act();        // in a routine
     void interlude();  // while a caller sleeps
 
     // The node's side, in node_side.cpp.
@@ -81,6 +83,8 @@ private:
     std::map<void*, played_verb> held_;
     u32 issued_ = 0;
     u32 depth_ = 0;    // of routines and callers that wait
+    u32 in_routine_ = 0;
+    u64 start_id_ = 0;  // of the start request that came last
     u32 waiting_ = 0;  // callers within a synchronous verb
     u32 idle_ends_ = 0;
     bool queues_ = false;  // what the node sends waits for the next sleep or synchronous verb
