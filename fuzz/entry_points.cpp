@@ -36,14 +36,16 @@ u16 wild_opcode(input& in, player& program)
 extern "C" int LLVMFuzzerTestOneInput(const u8* data, std::size_t bytes)
 {
     input in(data, bytes);
-    const u32 chosen = in.below(ENTRIES + 1);
+    const u32 chosen = in.below(ENTRIES + 2);
     if (chosen == ENTRIES) {
         show_in_hexadecimal(in);
         return 0;
     }
     player program(in);
     while (!in.is_empty()) {
-        if (in.below(2) == 0)
+        if (chosen == ENTRIES + 1)
+            program.trace(wild_opcode(in, program));
+        else if (in.below(2) == 0)
             program.issue(static_cast<entry>(chosen), wild_opcode(in, program), true);
         else
             program.step();

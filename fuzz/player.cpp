@@ -5,6 +5,7 @@
 #include "vtpsrv/vtpsmain_records.h"
 
 #include <tessaly/appc.h>
+#include <tessaly/diagnostics.h>
 #include <tessaly/layout.h>
 #include <tessaly/tp_server.h>
 
@@ -116,6 +117,10 @@ player::player(input& in) : in_(in)
     std::memset(ptrc, 0, 9);
     ptrc[1] = (choices & 1) != 0 ? 0x08 : 0;
     ptrc[8] = choices >> 1 & 3;
+    trc_api = {};
+    node_.reads_dumps = true;
+    if ((start & 0x10) != 0)
+        node_.trace_file = TRC_NO_FILE;
     node_.nodes.assign((choices >> 3 & 3) + ((choices & 0x20) == 0), 0x01010101);
     alias_map_directory = SETTINGS[(choices >> 6 & 3) % std::size(SETTINGS)];
     setenv("APPC_ATTACH_ID", ATTACH_IDS[(choices & 0x100) != 0 ? choices >> 9 & 3 : 0], 1);
@@ -278,6 +283,8 @@ void player::address_data(played_verb& verb, entry through)
         else
             store(block, place.length_at - 2 * before, static_cast<u16>(bytes));
         store(block, place.address_at - 4 * before, buffer);
+        if (receives)  // a trace shows so much of the buffer even before anything has come
+            store(block, offsetof(appc_receive, dlen), static_cast<u16>(bytes / 2));
     }
     // Format 1 reads an ALLOCATE in the longer layout, whatever the entry.
     demand(verb.opcode != ALLOCATE || !promotes(through) || verb.block_bytes == sizeof(appc_allocate), "the block is long");
@@ -343,6 +350,21 @@ void player::issue(entry through, u16 opcode, bool wild)
     depth_ -= waits;
     waiting_ -= waits;
     is_back(verb, waits, result);
+}
+
+void player::trace(u16 opcode)
+{
+    played_verb verb = make(entry::async, opcode, true);
+    address_data(verb, entry::async);
+    address_routines(verb, 0);
+    ptrc[1] = 0x08;
+    trc_api.initialised = 0;
+    const std::vector<u8> before(verb.block.get(), verb.block.get() + verb.block_bytes), tp_id = in_.field(8);
+    const u16 lock = vpm_lock();
+    seputrap(in_.number<u8>() % 4, verb.block.get());
+    seputrap2(verb.block.get(), in_.number<u32>(), in_.number<u32>(), tp_id.data(), in_.number<u16>(), &verb);
+    vpm_unlock(lock);
+    demand(std::equal(before.begin(), before.end(), verb.block.get()), "the trace changes no block");
 }
 
 void player::is_back(played_verb& verb, bool waited, u16 result)

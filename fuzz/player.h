@@ -44,7 +44,8 @@ public:
 
     // Issues one verb. wild: every byte of its block is the input's, but for the addresses that it holds.
     void issue(entry through, u16 opcode, bool wild);
-    u16 any_opcode();  // of a verb
+    void trace(u16 opcode);  // a block, without issuing it
+    u16 any_opcode();        // of a verb
 
     // Of its routines.
     void completed(void* vcb, u32 corr);
