@@ -14,6 +14,19 @@ namespace tessaly::fuzz {
 enum class entry : u8 { appc, appc_c, appc_p, c1, async, async1, async_int, c_version, c_async_version };
 inline constexpr u32 ENTRIES = 9;
 
+// The routines that blocks name and entries are given.
+void on_completion(void* vcb, appc_u8* tp_id, appc_u32, appc_u32 corr);
+void on_post(void* vcb, appc_u8*, appc_u32);
+void on_forget(void* vcb, appc_u8*, appc_u32, appc_u16, appc_u32 value);
+void on_server_event(appc_u32 event, void* data, appc_u32);
+
+inline constexpr u32 FORGET_VALUE = 0xF0;  // and the verb's number
+
+constexpr bool is_tp_servers(u16 opcode)
+{
+    return opcode >= FIRST_TP_SERVER_OPCODE && opcode <= LAST_TP_SERVER_OPCODE;
+}
+
 // Where a block's data is: its length and its address.
 struct data_place {
     u16 opcode, length_at, address_at;
