@@ -229,7 +229,8 @@ void sepuapi_init(uint8_t *flags);
 void trc_lock_file(struct trc_api_record *trace);
 void trc_unlock_file(struct trc_api_record *trace);
 
-/* The separator that opens a record, a line of text, a hexadecimal dump. label: "APPC ". */
+/* The separator that opens a record, a line of text, a hexadecimal dump. label: "APPC ". A program's block may name as its
+ * data what is no memory, null included: a dump shows what can be read. */
 void com_trc_sep(uint32_t trace_file, const char *label);
 void com_trc_line(uint32_t trace_file, const char *label, const char *text);
 void com_trc_dump(uint32_t trace_file, const char *label, const void *address, uint32_t bytes);

@@ -98,15 +98,7 @@ const char* name_of_forget(u16 type, char (&unknown)[24]) noexcept
     return unknown;
 }
 
-}  // namespace
-
-}  // namespace tessaly
-
-using namespace tessaly;
-
-extern "C" {
-
-TESSALY_EXPORT void seputrap(u16 kind, void* vcb)
+void write_record(u16 kind, const void* vcb, u8 format, u16 data_room) noexcept
 {
     const trace_record record;
     if (!record.opened())
@@ -121,16 +113,43 @@ TESSALY_EXPORT void seputrap(u16 kind, void* vcb)
     if (verb == nullptr)
         return record.dump(vcb, UNKNOWN_VERB_BYTES);
 
-    const u8 format = header_of(vcb).format;
     record.dump(vcb, verb->trace.block_bytes(header_of(vcb).opext, format));
     if (kind == TRACE_RESPONSE && !verb->trace.in_responses)
         return;
     const data_buffer& buffer = verb->trace.buffer(format);
-    if (const u16 bytes = data_bytes(vcb, verb->trace, buffer); bytes != 0) {
+    if (const u16 bytes = std::min(data_bytes(vcb, verb->trace, buffer), data_room); bytes != 0) {
         const void* data = load<const void*>(vcb, buffer.address_at);
         record.line("---- Data at address %p ----", data);
         record.dump(data, bytes);
     }
+}
+
+}  // namespace
+
+u16 traced_data_room(const void* vcb, const verb_row& verb) noexcept
+{
+    const data_buffer& buffer = verb.trace.buffer(header_of(vcb).format);
+    if (!verb.trace.in_responses)
+        return 0;
+    static_assert(offsetof(appc_receive, max_len) == offsetof(appc_receive_expedited_data, max_len));
+    return load<u16>(vcb, verb.received_into != 0 ? u16{offsetof(appc_receive, max_len)} : buffer.length_at);
+}
+
+void trace_response(const void* vcb, u8 format, u16 data_room) noexcept
+{
+    write_record(TRACE_RESPONSE, vcb, format, data_room);
+}
+
+}  // namespace tessaly
+
+using namespace tessaly;
+
+extern "C" {
+
+TESSALY_EXPORT void seputrap(u16 kind, void* vcb)
+{
+    constexpr u16 no_bound = 0xFFFF;
+    write_record(kind, vcb, header_of(vcb).format, no_bound);
 }
 
 TESSALY_EXPORT void seputrap2(void* vcb, u32 corr, u32 conv_id, const u8* tp_id, u16 type, void* callback)

@@ -131,7 +131,7 @@ u16 nba_check_ebcdic(u8 char_class, const u8* span, u16 count)
 
 void com_trc_dump(u32 file, const char* label, const void* start, u32 count)
 {
-    trace(file, label, {"dump", start, the_node->reads_dumps ? as_bytes(start, count) : bytes{}});
+    trace(file, label, {"dump", start, the_node->reads_dumps && start != nullptr ? as_bytes(start, count) : bytes{}});
 }
 
 void sepuapi_init(u8* flags_bytes)

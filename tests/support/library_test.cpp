@@ -127,7 +127,7 @@ verb& library_test::enter(bool synchronous, verb& what, const std::function<void
 tp library_test::start_tp(const char* name)
 {
     verb& started = run(tp_started(name));
-    EXPECT_EQ(started.codes(), rc(OK));
+    EXPECT_EQ(started.codes(), rc{OK});
     return tp_of(started);
 }
 

@@ -151,6 +151,8 @@ void scripted_node::release(void* pointer)
 void scripted_node::asserted(const broken_invariant& what)
 {
     broken.push_back(what);
+    if (std::ranges::count(tolerated_assertions, what.text) != 0)
+        return;
     const auto expected = std::ranges::find(expected_assertions, what.text);
     ASSERT_NE(expected, expected_assertions.end()) << "unexpected assertion: " << what.text;
     expected_assertions.erase(expected);
@@ -265,7 +267,8 @@ void scripted_node::hand_over(const path_user& receiver, const event& what)
         const u32 behind = load<u32>(what.content.data(), offsetof(verb_message_header, buf_len));
         const u32 pend_handle = load<u32>(what.content.data(), offsetof(verb_message_header, pend_handle));
         const auto receive_verb = std::ranges::find(sent, pend_handle, [](auto& verb) { return verb.header().pend_handle; });
-        const u16 room = load<u16>(receive_verb->message.data(), sizeof(verb_message_header) + 30);
+        const bool known = receive_verb != sent.end();
+        const u16 room = known ? load<u16>(receive_verb->message.data(), sizeof(verb_message_header) + 30) : u16{0};
         const size_t count = std::min<size_t>({info.data_len, what.content.size() - behind, room});
         std::copy_n(what.content.begin() + behind, count, reinterpret_cast<u8*>(info.data_buf));
         if (const auto step = std::exchange(before_data, nullptr))

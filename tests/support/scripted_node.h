@@ -133,6 +133,7 @@ struct scripted_node {
     void refuse_nothing() { refusals.clear(); }
     u32 refused() const { return refusals_seen; }
     void expect_assertion(const char* text) { expected_assertions.push_back(text); }
+    std::vector<std::string> tolerated_assertions;  // which may come, any number of times
 
     // An answer's bytes, for tests that spoil them: correlators exchanged, pend_handle echoed.
     static bytes answer_to(const sent_verb& verb, const reply& how = {});

@@ -236,6 +236,32 @@ TEST_F(traced, requests_show_the_block_as_issued_and_responses_precede_the_callb
     EXPECT_EQ(of([&] { issue_on(running, FLUSH), node.answer(node.last(FLUSH)); }), calls{}) << "off: no call";
 }
 
+TEST_F(traced, responses_show_no_more_than_was_issued_whatever_the_node_says)
+{
+    const struct { u16 opcode; u32 length_at, room_at, address_at, block_bytes; } verbs_with_data[] = {
+        {RECEIVE_AND_WAIT, 32, 30, 36, 48}, {RECEIVE_EXPEDITED_DATA, 32, 30, 36, 40}, {DEALLOCATE, 26, 26, 28, 32},
+        {ALLOCATE, 152, 150, 152, 184},
+    };
+    for (const auto& each : verbs_with_data) {
+        SCOPED_TRACE(each.opcode);
+        const auto data = std::make_unique<u8[]>(10);
+        verb& v = make_on(running, each.opcode, CONV_7);
+        store<u16>(v.block(), each.room_at, 10);
+        store(v.block(), each.address_at, data.get());
+        issue(v);
+        const calls shown = of([&] {
+            node.answer(node.last(each.opcode), {.fill = [&](u8* block) {
+                block[3] = each.opcode == ALLOCATE;  // the other layout
+                store<u16>(block, each.length_at, 0xFFFF);
+            }, .data = bytes(10)});
+        });
+        EXPECT_EQ(v.completions(), 1);
+        EXPECT_EQ(shown.at(4).shown.size(), each.block_bytes);
+        EXPECT_EQ(shown.at(6).start, data.get());
+        EXPECT_EQ(shown.at(6).shown.size(), 10u);
+    }
+}
+
 TEST_F(traced, implied_forgets_precede_their_callback)
 {
     verb& ending = make_on(running, DEALLOCATE, CONV_7, 1);

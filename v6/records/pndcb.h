@@ -24,6 +24,7 @@ struct pndcb {
     u16 cache_index;                      // slot in vav_pend_cache, or NOT_CACHED
     u16 imp_forget;                       // 1: waits on forget_q for the implied forget of a DEALLOCATE
     u16 forgotten;                        // 1: its implied forget has already been delivered
+    u16 data_room;                        // as issued, of the data that a traced response may show, bytes
     u16 cancelled;                        // 1: the application cancelled the receive-allocate that it records
     sweep_mark_type sweep_mark;
     appc_completion callback;             // null: an internal verb

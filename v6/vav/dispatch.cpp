@@ -246,6 +246,8 @@ void queue(verb_call& call, tpcb& tp, pndcb& pend) noexcept
         call.wait_object = pend.wait_obj;
     }
     queue_verb(tp, pend, *call.verb, call.vcb, pend.wait_obj != 0 ? pend.wait_obj : call.corr);
+    if (api_trace_on())
+        pend.data_room = traced_data_room(call.vcb, *call.verb);
     call.tp = &tp;
     call.pend = &pend;
 }

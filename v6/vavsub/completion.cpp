@@ -133,7 +133,7 @@ void vav_call_appl(tpcb& tp, pndcb& completed) noexcept
     }
 
     if (api_trace_on())
-        seputrap(TRACE_RESPONSE, pend->vcb);
+        trace_response(pend->vcb, pend->format, pend->data_room);
     if (pend->verb->post_callback == 0) {
         complete_verb(tp, *pend);
     } else if (pend->verb->opcode == RECEIVE_AND_POST) {
