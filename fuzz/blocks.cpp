@@ -47,7 +47,8 @@ u8 player::format_for(u16 opcode, bool wild)
 // The server's handle, and mostly a definition that passes.
 void player::fill_tp_server_block(u8* block, u16 opcode)
 {
-    store(block, offsetof(appc_unregister_tp_server, server_handle), some_tp());
+    constexpr u32 first_server = 1;
+    store(block, offsetof(appc_unregister_tp_server, server_handle), in_.below(4) != 3 ? first_server : some_tp());
     if (opcode == NAP_REGISTER_TP && in_.below(4) != 0) {
         auto& fields = block_as<appc_register_tp>(block);
         std::memset(fields.lu_alias, ' ', sizeof fields.lu_alias);

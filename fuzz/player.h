@@ -52,7 +52,8 @@ public:
     player(const player&) = delete;
     player& operator=(const player&) = delete;
 
-    void step();    // the program's next instruction
+    void step();         // the program's next instruction
+    void tell_server();  // the node's next word to a TP server
     void finish();  // ends the node's services, and looks whether the books balance
 
     // Issues one verb. wild: every byte of its block is the input's, but for the addresses that it holds.
@@ -88,6 +89,15 @@ private:
     void lose_something();
     void change_the_world();
     void fork();
+
+    // The same for a TP server, in node_side_tp_server.cpp.
+    u32 some_correlator(u16 asked_with, u32 at);
+    void say_to_server(test::bytes datagram, u16 type);
+    void ask_to_start();
+    void answer_query();
+    void answer_update();
+    void answer_pip();
+
     const test::sent_verb* some_sent();
     u32 some_path();
     u32 some_tp() { return (in_.below(16) + 1) % 5; }  // handles are the lowest free numbers

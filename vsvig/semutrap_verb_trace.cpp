@@ -132,7 +132,8 @@ u16 traced_data_room(const void* vcb, const verb_row& verb) noexcept
     if (!verb.trace.in_responses)
         return 0;
     static_assert(offsetof(appc_receive, max_len) == offsetof(appc_receive_expedited_data, max_len));
-    return load<u16>(vcb, verb.received_into != 0 ? u16{offsetof(appc_receive, max_len)} : buffer.length_at);
+    const auto length = load<u16>(vcb, buffer.length_at);
+    return verb.received_into == 0 ? length : std::max(length, load<u16>(vcb, offsetof(appc_receive, max_len)));
 }
 
 void trace_response(const void* vcb, u8 format, u16 data_room) noexcept

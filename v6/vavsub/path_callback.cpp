@@ -12,6 +12,8 @@
 #include "verbs/block.h"
 #include "wire/datagrams.h"
 
+#include <algorithm>
+
 namespace tessaly {
 
 namespace {
@@ -115,6 +117,8 @@ u16 vav_data_callback(u32, rcv_info* info)
     if (tp != nullptr && pend != nullptr) {  // else the TP has ended meanwhile
         invariant(tp->expect_data_callback != 0, VAVSUB, "main_cb.tpcb->expect_data_callback");
         tp->expect_data_callback = 0;
+        if (api_trace_on() && pend->data_room == 0)  // a block that does not say what its buffer holds
+            pend->data_room = static_cast<u16>(std::min<u32>(info->data_len, 0xFFFF));
         vav_call_appl(*tp, *pend);
     }
     info->result = NODE_RESULT_DONE;
