@@ -59,7 +59,7 @@ void take_signals()
             sigemptyset(&again);
             sigaddset(&again, SIGTERM);
             sigaddset(&again, SIGINT);
-            sigtimedwait(&again, nullptr, &END_LIMIT);
+            while (sigtimedwait(&again, nullptr, &END_LIMIT) < 0 && errno == EINTR) {}
             log(level::error, "what was to stop goes on; the process ends now");
             ::_exit(EXIT_VERB_FAILED);
         }
