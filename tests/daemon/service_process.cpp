@@ -98,7 +98,7 @@ service_process::service_process(const std::vector<std::string>& words, const st
 service_process::~service_process()
 {
     if (process_ != 0) {
-        EXPECT_EQ(stop(SIGTERM), 0) << "how it ended: " << unread_;
+        EXPECT_EQ(stop(SIGTERM), 0) << "how it ended: " << rest_of_log();
     }
 }
 

@@ -52,7 +52,9 @@ TEST_F(Launcher, leaves_its_programs_to_go_on_when_it_is_killed_or_stops)
         talking.call("ECHO");
         waiting.call("HELD");
         EXPECT_EQ(talking.ask(), (answer{ok, "hello!"}));
-        EXPECT_TRUE(launcher.logs("for HELD on THERE: started"));
+        std::string there = status();  // until the launcher has reported what it has started
+        while (there.find("\"state\":\"STARTED\"") == there.npos)
+            there = status();
         EXPECT_EQ(launcher.stop(signal), signal == SIGKILL ? SIGKILL : 0);
         EXPECT_EQ(talking.ask("still there?"), (answer{ok, "still there?!"}));
         std::ofstream(go) << "go";
