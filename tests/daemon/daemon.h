@@ -1,8 +1,8 @@
 // A node in a process of its own with a config file of its own, and clients that send it whatever bytes they like.
 #pragma once
 
-#include "service/unique_fd.h"
 #include "localnode/engine/packet.h"
+#include "tests/daemon/service_process.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,6 @@
 #include <string_view>
 
 namespace tessaly::daemon {
-
-using service::unique_fd;
 
 // A client without the library. Whatever it waits for, it waits at most a minute.
 class raw_client {
@@ -53,17 +51,11 @@ protected:
     void write_config(const std::string& config) const;
 
     // Another run with these arguments, until it ends. Result: its exit code and what it printed.
-    struct ending {
-        int exit_code;
-        std::string printed;
-    };
     ending run(std::initializer_list<const char*> arguments) const;
 
-    void signal(int number) const;
-    int stop(int signal);  // Result: how it ended, as waitpid tells
-
-    // Reads the log up to a line with that text in it. False when none comes.
-    bool logs(std::string_view text);
+    void signal(int number) const { node_->signal(number); }
+    int stop(int signal) { return node_->stop(signal); }
+    bool logs(std::string_view text) { return node_->logs(text); }
 
     std::string status() const;  // the JSON document
 
@@ -72,9 +64,7 @@ protected:
     const std::string config;
 
 private:
-    pid_t node_ = 0;
-    unique_fd log_;
-    std::string unread_;
+    std::optional<service_process> node_;
 };
 
 }  // namespace tessaly::daemon

@@ -172,7 +172,8 @@ public:
         return vcb;
     }
 
-    codes try_to_allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)
+    appc_allocate_format_0 allocating(const char* partner_lu, const char* tp_name,
+                                      appc_u8 sync_level = APPC_SYNC_CONFIRM) const
     {
         auto vcb = verb<appc_allocate_format_0>(APPC_OP_ALLOCATE);
         vcb.conv_type = APPC_MAPPED;
@@ -180,9 +181,19 @@ public:
         set_alias(vcb.plu_alias, partner_lu);
         set_ebcdic(vcb.mode_name, sizeof vcb.mode_name, "BATCH");
         set_ebcdic(vcb.tp_name, sizeof vcb.tp_name, tp_name);
+        return vcb;
+    }
+
+    codes try_to_allocate(appc_allocate_format_0&& vcb)
+    {
         const codes outcome = run(vcb);
         conv_id_ = vcb.conv_id;
         return outcome;
+    }
+
+    codes try_to_allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)
+    {
+        return try_to_allocate(allocating(partner_lu, tp_name, sync_level));
     }
 
     void allocate(const char* partner_lu, const char* tp_name, appc_u8 sync_level = APPC_SYNC_CONFIRM)

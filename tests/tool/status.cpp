@@ -56,7 +56,8 @@ constexpr char GOOD[] = R"({"node":"here","pid":7,"uptime_seconds":60,"version":
 {"id":1,"pid":8,"uid":1000,"paths":2,"queued_bytes":0}],"lus":[{"alias":"A\u001b[2J","name":"TESSALY.A"},{"alias":{}}, 3],
 "tps":[],"conversations":[{"id":1,"tp":2,"state":"send","partner_lu":"B","tp_name":["nested"],"mode":""}],
 "tp_servers":[{"client":1,"servers":1,
-"definitions":2,"starts":1}],"tp_definitions":7,"starts":[{"id":9,"client":1,"tp_name":"T","lu":"A","partner_lu":"N.B",
+"definitions":2,"starts":1}],"tp_definitions":[{"id":5,"client":1,"server":3,"tp_name":"T","lu":"","partner_lu":"",
+"type":"queued"}],"starts":[{"id":9,"client":1,"tp_name":"T","lu":"A","partner_lu":"N.B",
 "state":"ASKED"}],
 "attaches_waiting":1,"tps_waiting":0,"registered_names":-5,"more":{}})";
 
@@ -85,6 +86,9 @@ CONVERSATION  TP  STATE  PARTNER LU  TP NAME  MODE
 
 CLIENT  TP SERVERS  DEFINITIONS  STARTS
 1       1           2            1
+
+DEFINITION  CLIENT  SERVER  TP NAME  LU   PARTNER LU  TYPE
+5           1       3       T        any  any         queued
 
 START  CLIENT  TP NAME  LU  PARTNER LU  STATE
 9      1       T        A   N.B         ASKED

@@ -5,8 +5,10 @@
 #include "service/unique_fd.h"
 #include "tools/tessaly/commands.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -24,6 +26,16 @@ using service::unique_fd;
 
 // The node takes verbs at once; one that is stopped must not keep the launcher from ending.
 constexpr timespec END_LIMIT = {.tv_sec = 5, .tv_nsec = 0};
+
+// Where stdin, stdout or stderr are closed, what is opened next would stand in their place.
+void fill_standard_descriptors()
+{
+    int opened = 0;
+    do
+        opened = open("/dev/null", O_RDWR);
+    while (opened >= 0 && opened <= STDERR_FILENO);
+    close(opened);
+}
 
 sigset_t signals_taken()
 {
@@ -43,8 +55,11 @@ void take_signals()
             the_inbox().put({.what = news::signalled, .signal = received});
             if (received != SIGTERM && received != SIGINT)
                 continue;
-            timespec left = END_LIMIT;
-            while (sigtimedwait(&signals, nullptr, &left) == SIGCHLD) {}
+            sigset_t again;
+            sigemptyset(&again);
+            sigaddset(&again, SIGTERM);
+            sigaddset(&again, SIGINT);
+            while (sigtimedwait(&again, nullptr, &END_LIMIT) < 0 && errno == EINTR) {}
             log(level::error, "what was to stop goes on; the process ends now");
             ::_exit(EXIT_VERB_FAILED);
         }
@@ -63,6 +78,13 @@ void log_lines(level of, const char* text)
     std::istringstream lines{text};
     for (std::string line; std::getline(lines, line);)
         log(of, line);
+}
+
+std::string why_not_defined(const outcome& result)
+{
+    if (result.primary == UNEXPECTED_SYSTEM_ERROR && result.secondary == EPERM)
+        return "the node admits no TP server of user " + std::to_string(geteuid()) + ": see [tp_servers] in its settings.";
+    return failed(result, NO_LIMIT).message;
 }
 
 std::string asker_of(const attach_details& details)
@@ -96,9 +118,9 @@ void launcher::run()
     connect();
     service::notify_manager("READY=1");
     while (!stopping_) {
-        const news item = the_inbox().take(next_attempt());
+        const news item = the_inbox().take(attempt_at_);
         switch (item.what) {
-        case news::nothing: connect(); break;
+        case news::nothing: connected_ ? define_missing() : connect(); break;
         case news::asked: start(item); break;
         case news::node_lost: lose_node(); break;
         case news::signalled: take_signal(item.signal); break;
@@ -116,14 +138,14 @@ void launcher::connect()
         if (!std::exchange(complained_, true))
             log(level::warning, "no node: ", failed(begun, NO_LIMIT).message, " Tries again every ",
                 settings_.retry_seconds, " s.");
-        attempt_at_ = clock::now() + std::chrono::seconds(settings_.retry_seconds);
+        attempt_at_ = after_a_while();
         return;
     }
     log(level::info, "is a TP server");
     connected_ = true;
     complained_ = false;
     ++service_;
-    define_all();
+    define_missing();
 }
 
 void launcher::lose_node()
@@ -133,23 +155,33 @@ void launcher::lose_node()
     log(level::warning, "the node is gone");
     server_.end();
     for (auto& [number, defined] : definitions_)
-        defined.registration = 0;
+        defined = {.tp = defined.tp, .running = defined.running};
     attempt_at_ = clock::now();
 }
 
-void launcher::define_all()
+// What another TP server has defined, or the node's settings do not allow, may be possible later.
+void launcher::define_missing()
 {
-    for (auto& [number, defined] : definitions_)
-        define(number, defined);
+    attempt_at_ = clock::time_point::max();
+    for (auto& [number, defined] : definitions_) {
+        if (!defined.as_told)
+            define(number, defined);
+        if (!defined.as_told)
+            attempt_at_ = after_a_while();
+    }
 }
 
 void launcher::define(u32 number, definition& defined)
 {
     const outcome result = server_.define(defined.tp, number, defined.registration);
+    defined.as_told = result.ok();
+    const std::string complaint = result.ok() ? "" : why_not_defined(result);
     if (result.ok())
         log(level::info, "TP ", defined.tp.program.tp_name, ": defined");
-    else
-        log(level::error, "TP ", defined.tp.program.tp_name, ": not defined: ", failed(result, NO_LIMIT).message);
+    else if (complaint != defined.complaint)
+        log(level::error, "TP ", defined.tp.program.tp_name, ": not defined: ", complaint, " Tries again every ",
+            settings_.retry_seconds, " s.");
+    defined.complaint = complaint;
 }
 
 void launcher::take_signal(int signal)
@@ -195,11 +227,11 @@ void launcher::apply(launcher_settings fresh)
             std::ranges::find_if(definitions_, [&](const auto& each) { return tp.is_same_tp(each.second.tp); });
         const u32 number = known != definitions_.end() ? known->first : ++last_number_;
         definition& defined = definitions_[number];
-        const bool told = defined.registration != 0 && defined.tp.type == tp.type;
+        defined.as_told = defined.as_told && defined.tp.type == tp.type;
         defined.tp = tp;
-        if (connected_ && !told)
-            define(number, defined);
     }
+    if (connected_)
+        define_missing();
 }
 
 void launcher::start(const news& asked)
@@ -282,6 +314,7 @@ try {
         std::printf("%s: no faults\n", options.config.c_str());
         return {};
     }
+    fill_standard_descriptors();
     // Before the first thread, so that the signals come to theirs alone.
     const sigset_t signals = signals_taken();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);

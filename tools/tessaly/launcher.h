@@ -21,8 +21,10 @@ private:
     // A TP with the number by which the node asks for it, and the one by which the node knows it.
     struct definition {
         launched_tp tp;
-        u32 registration = 0;  // 0: not defined at the node
-        u32 running = 0;       // programs
+        u32 registration = 0;   // 0: not defined at the node
+        bool as_told = false;   // the definition at the node is that of tp
+        std::string complaint;  // why it is not, as the log has it
+        u32 running = 0;        // programs
     };
     struct child {
         appc_start_id id;
@@ -32,7 +34,7 @@ private:
 
     void connect();
     void lose_node();
-    void define_all();
+    void define_missing();
     void define(u32 number, definition& defined);
     void reload();
     void apply(launcher_settings fresh);
@@ -44,7 +46,7 @@ private:
     void refuse(const appc_start_id& id, u32 error_code);
     void reap();
 
-    clock::time_point next_attempt() const { return connected_ ? clock::time_point::max() : attempt_at_; }
+    clock::time_point after_a_while() const { return clock::now() + std::chrono::seconds(settings_.retry_seconds); }
 
     const std::string config_;
     launcher_settings settings_;
@@ -53,7 +55,7 @@ private:
     bool stopping_ = false;
     bool complained_ = false;  // that the node is not there
     u32 service_ = 0;          // counts the times that the node was reached
-    clock::time_point attempt_at_{};
+    clock::time_point attempt_at_{};  // of what the node has not taken yet
     u32 last_number_ = 0;
     std::unordered_map<u32, definition> definitions_;
     std::unordered_map<pid_t, child> children_;

@@ -17,6 +17,7 @@ constexpr std::size_t WIDEST = 64;
 struct column {
     const char* title;
     const char* member;
+    const char* for_empty = "";
 };
 
 constexpr column client_columns[] = {
@@ -29,8 +30,9 @@ constexpr column conversation_columns[] = {{"CONVERSATION", "id"},       {"TP", 
 
 constexpr column tp_server_columns[] = {
     {"CLIENT", "client"}, {"TP SERVERS", "servers"}, {"DEFINITIONS", "definitions"}, {"STARTS", "starts"}};
-constexpr column definition_columns[] = {{"DEFINITION", "id"}, {"CLIENT", "client"}, {"SERVER", "server"},
-                                         {"TP NAME", "tp_name"}, {"LU", "lu"}, {"PARTNER LU", "partner_lu"},
+constexpr column definition_columns[] = {{"DEFINITION", "id"},    {"CLIENT", "client"},
+                                         {"SERVER", "server"},    {"TP NAME", "tp_name"},
+                                         {"LU", "lu", "any"},     {"PARTNER LU", "partner_lu", "any"},
                                          {"TYPE", "type"}};
 constexpr column start_columns[] = {{"START", "id"}, {"CLIENT", "client"},         {"TP NAME", "tp_name"},
                                     {"LU", "lu"},    {"PARTNER LU", "partner_lu"}, {"STATE", "state"}};
@@ -50,11 +52,13 @@ constexpr table tables[] = {{"clients", client_columns},
                             {"starts", start_columns, true}};
 
 // Printable, whatever the document holds.
-std::string cell(const json& object, const char* member)
+std::string cell(const json& object, const char* member, const char* for_empty = "")
 {
     const auto found = object.is_object() ? object.find(member) : object.end();
     if (!object.is_object() || found == object.end())
         return "?";
+    if (found->is_string() && found->get_ref<const std::string&>().empty())
+        return for_empty;
     if (found->is_string())
         return printable(found->get_ref<const std::string&>(), WIDEST);
     if (found->is_number_integer())
@@ -71,7 +75,7 @@ void add_table(const table& shape, const json& rows, std::string& text)
     for (const json& row : rows) {
         cells.emplace_back();
         for (const column& each : shape.columns)
-            cells.back().push_back(cell(row, each.member));
+            cells.back().push_back(cell(row, each.member, each.for_empty));
     }
     std::vector<std::size_t> widths(shape.columns.size());
     for (const auto& row : cells)
