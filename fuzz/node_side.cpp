@@ -2,6 +2,7 @@
 #include "fuzz/player.h"
 
 #include "verbs/catalogue.h"
+#include "wire/tp_server_datagrams.h"
 
 #include <iterator>
 
@@ -77,6 +78,8 @@ void player::answer(bool spoilt)
     const sent_verb* sent = some_sent();
     if (sent == nullptr)
         return;
+    if (sent->opcode() == NAP_EXTRACT_PIP)
+        return answer_pip();
     reply how{.primary = in_.one_of(CODES), .secondary = in_.below(8)};
     const u16 opcode = sent->opcode();
     if (receives(opcode)) {
