@@ -18,6 +18,7 @@ using talking::program;
 inline constexpr codes TRY_AGAIN{APPC_ALLOCATION_ERROR, APPC_SEC_TRANS_PGM_NOT_AVAIL_RETRY};
 inline constexpr codes NOT_THERE{APPC_ALLOCATION_ERROR, APPC_SEC_TRANS_PGM_NOT_AVAIL_NO_RETRY};
 inline constexpr uid_t SOMEBODY = 77'001;
+inline constexpr char PATIENT[] = "[times]\nattach_seconds = 3600\nstart_seconds = 3600\n";  // nothing ends for lack of time
 inline constexpr char OPEN_TO_ALL[] = "[access]\nmode = \"0666\"\n";
 
 // A TP of the settings, and what else its table has. Its program's words: what to do, what to add to what it sends back.

@@ -19,7 +19,7 @@ TEST_F(Launcher, killed_while_a_start_is_under_way_leaves_it_to_another_or_the_c
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.other);
-        start("[times]\nattach_seconds = 3600");
+        start(PATIENT);
         service_process first = launch(each.first), other = launch(each.others, 0, "other.toml");
         EXPECT_EQ(call("ECHO"), (answer{ok, "hello from the first"}));
         first.signal(SIGSTOP);
@@ -43,7 +43,7 @@ TEST_F(Launcher, killed_while_a_start_is_under_way_leaves_it_to_another_or_the_c
 
 TEST_F(Launcher, leaves_its_programs_to_go_on_when_it_is_killed_or_stops)
 {
-    start("[times]\nattach_seconds = 3600");
+    start(PATIENT);
     for (const int signal : {SIGKILL, SIGTERM, SIGINT}) {
         const std::string go = directory + "/go";
         ASSERT_EQ(mkfifo(go.c_str(), 0600), 0);

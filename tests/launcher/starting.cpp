@@ -78,7 +78,7 @@ TEST_F(Launcher, gives_a_program_its_conversation_its_users_rights_and_nothing_e
 
 TEST_F(Launcher, answers_for_programs_that_cannot_be_started_or_leave)
 {
-    start();
+    start(PATIENT);
     service_process launcher =
         launch("[[tp]]\ntp_name = \"MISSING\"\ncommand = [\"/no/such/program\"]\n" +
                std::string("[[tp]]\ntp_name = \"DATA\"\ncommand = [\"/etc/passwd\"]\n") + tp("LEAVES", R"("leave")") +
@@ -97,7 +97,7 @@ TEST_F(Launcher, answers_for_programs_that_cannot_be_started_or_leave)
 
 TEST_F(Launcher, runs_as_many_programs_as_it_may_and_refuses_the_others)
 {
-    start();
+    start(PATIENT);
     for (const auto& [general, of_the_tp] : {std::pair{"", "most = 1"}, std::pair{"[limits]\nprograms = 1\n", ""}}) {
         service_process launcher = launch(general + tp("ECHO", R"("echo", "!")", of_the_tp));
         for (int time = 0; time < 2; ++time) {
@@ -115,7 +115,7 @@ TEST_F(Launcher, runs_as_many_programs_as_it_may_and_refuses_the_others)
 
 TEST_F(Launcher, lets_those_call_whom_its_settings_name)
 {
-    start();
+    start(PATIENT);
     service_process launcher = launch(tp("ECHO", R"("echo", " for a friend")", "partner = \"TESSALY.FR*\"\nlu = \"THERE\"") +
                                       tp("LOCAL", R"("echo", "!")", "lu = \"AWAY\""));
     EXPECT_EQ(call("ECHO", "FRIEND"), (answer{ok, "hello for a friend"}));
@@ -135,7 +135,7 @@ TEST_F(Launcher, loses_none_of_very_many_conversations)
 {
     constexpr std::size_t MANY = 500;
     const struct { const char* most; bool refuses; } cases[] = {{"most = 500", false}, {"most = 5", true}};
-    start("[log]\nlevel = \"warning\"\n[times]\nattach_seconds = 3600\nstart_seconds = 3600");
+    start(std::string("[log]\nlevel = \"warning\"\n") + PATIENT);
     for (const auto& each : cases) {
         SCOPED_TRACE(each.most);
         const service_process launcher =
