@@ -277,7 +277,9 @@ void launcher::launch(const news& asked, definition& wanted, const attach_detail
     log(level::info, "asked by ", asker_of(details), ": started as process ", program.process);
     children_.emplace(program.process, child{asked.id, asked.definition, service_});
     ++wanted.running;
-    if (const outcome result = server_.started(asked.id); !result.ok())
+    const outcome result = server_.started(asked.id);
+    const bool taken = result.primary == STATE_CHECK && result.secondary == SEC_ATTACH_GONE;  // by a program that was quick
+    if (!result.ok() && !taken)
         log(level::warning, "process ", program.process, " came too late: ", failed(result, NO_LIMIT).message);
 }
 
