@@ -28,13 +28,13 @@ appc_cancel_conv cancel_of(const appc_u8 (&tp_id)[8], appc_u32 conv_id)
     return cancel;
 }
 
+}  // namespace
+
 std::string from_field(std::span<const appc_u8> ascii)
 {
     const std::string name(ascii.begin(), ascii.end());
     return printable(name.substr(0, name.find_last_not_of(' ') + 1));
 }
-
-}  // namespace
 
 template <typename Block>
 Block conversation::block(u16 opcode) const

@@ -36,6 +36,9 @@ struct received {
 inline constexpr appc_u32 A_TP_STARTED = 0;
 inline constexpr appc_u32 A_RECEIVE_ALLOCATE = 1;
 
+// The text in a field that is padded with blanks, printable.
+std::string from_field(std::span<const appc_u8> ascii);
+
 // Whom to converse with; names that is_name has passed.
 struct partner {
     std::string lu;

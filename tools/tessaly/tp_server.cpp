@@ -91,12 +91,6 @@ void note_event(appc_u32 event, void* data, appc_u32 value)
     the_inbox().put(asked);
 }
 
-std::string from_ascii(std::span<const appc_u8> field)
-{
-    const std::string text(field.begin(), field.end());
-    return printable(text.substr(0, text.find_last_not_of(' ') + 1));
-}
-
 std::string from_ebcdic(std::span<const appc_u8> field)
 {
     std::string text;
@@ -237,7 +231,7 @@ outcome tp_server::query(const appc_start_id& id, attach_details& details)
         return result;
     pip.resize(std::min<std::size_t>(vcb.pip_len, pip.size()));
     details = {.tp_name = from_ebcdic(vcb.tp_name),
-               .lu = from_ascii(vcb.lu_alias),
+               .lu = from_field(vcb.lu_alias),
                .partner = from_ebcdic(vcb.fqplu_name),
                .user = user_in({header.data(), std::min<std::size_t>(vcb.attach_len, header.size())}),
                .pip = std::move(pip)};
