@@ -53,8 +53,8 @@ typedef uint16_t (*node_receive_routine)(uint32_t path, struct rcv_info *info);
  * where the message's data starts.
  *
  * Result NODE_RESULT_DELIVER: the runtime copies at most data_len bytes of the message's data (fewer when fewer came)
- * to data_buf, and never more than the receiving verb has room for, then calls data_callback with the same record,
- * and with nothing else delivered and the lock kept between the two calls. */
+ * to data_buf, and never more than the receiving verb has room for, sets data_len to what it copied, then calls
+ * data_callback with the same record, and with nothing else delivered and the lock kept between the two calls. */
 struct rcv_info {
     uint16_t event;  /* in: enum node_event */
     uint16_t result; /* out: enum node_event_result, also the routine's return value */

@@ -270,6 +270,7 @@ void scripted_node::hand_over(const path_user& receiver, const event& what)
         const bool known = receive_verb != sent.end();
         const u16 room = known ? load<u16>(receive_verb->message.data(), sizeof(verb_message_header) + 30) : u16{0};
         const size_t count = std::min<size_t>({info.data_len, what.content.size() - behind, room});
+        info.data_len = static_cast<u32>(count);
         std::copy_n(what.content.begin() + behind, count, reinterpret_cast<u8*>(info.data_buf));
         if (const auto step = std::exchange(before_data, nullptr))
             step();
