@@ -11,6 +11,7 @@
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace tessaly::bench {
 
@@ -81,5 +82,17 @@ public:
 private:
     const scratch_directory directory_;
 };
+
+// What is asked for on a rival's command line: nanoseconds of an exchange, or MB/s of a flow. Result: the exit code.
+inline int print_measured(int count, char** arguments, double (*exchange)(), double (*flow)())
+{
+    const std::string_view what = count == 2 ? arguments[1] : "";
+    if (what != "exchange" && what != "flow") {
+        std::fprintf(stderr, "usage: %s exchange|flow\n", arguments[0]);
+        return 2;
+    }
+    std::printf("%.0f\n", what == "flow" ? flow() : exchange());
+    return 0;
+}
 
 }  // namespace tessaly::bench

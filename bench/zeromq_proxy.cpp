@@ -4,7 +4,6 @@
 
 #include <zmq.h>
 
-#include <string_view>
 #include <vector>
 
 using namespace tessaly::bench;
@@ -98,11 +97,5 @@ double flow()
 
 int main(int count, char** arguments)
 {
-    const std::string_view what = count == 2 ? arguments[1] : "";
-    if (what != "exchange" && what != "flow") {
-        std::fprintf(stderr, "usage: %s exchange|flow\n", arguments[0]);
-        return 2;
-    }
-    std::printf("%.0f\n", what == "flow" ? flow() : exchange());
-    return 0;
+    return print_measured(count, arguments, exchange, flow);
 }

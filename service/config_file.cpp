@@ -26,11 +26,11 @@ std::string printed(const std::string& file, const config_problem& problem)
            std::string(std::max(std::min(problem.width, room), 1u) - 1, '~') + "\n";
 }
 
-// Who may write it is asked of the very file that is read.
+// Who may write it is asked of the very file that is read. A pipe is found out without waiting for its writer.
 std::string content_of(const std::string& file, writers by)
 {
     const auto refuse = [&](const std::string& why) { throw config_error(file + ": " + why + "\n"); };
-    const unique_fd opened{open(file.c_str(), O_RDONLY | O_CLOEXEC)};
+    const unique_fd opened{open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
     struct stat found {};
     if (!opened || fstat(opened.get(), &found) != 0)
         refuse(error_text(errno));
