@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace tessaly::daemon {
 
@@ -13,15 +14,72 @@ constexpr std::size_t BYTES_PER_ENTRY = 32;  // so that many small packets count
 
 }  // namespace
 
+bool connection::send_welcome(const node::welcome& answer) noexcept
+{
+    const unique_fd memory{answer.refused == node::refusal::none ? slots_.make() : -1};
+    iovec part{const_cast<node::welcome*>(&answer), sizeof answer};
+    msghdr packet{};
+    packet.msg_iov = &part;
+    packet.msg_iovlen = 1;
+    const int descriptor = memory.get();
+    alignas(cmsghdr) u8 extra[CMSG_SPACE(sizeof descriptor)]{};
+    if (memory) {
+        packet.msg_control = extra;
+        packet.msg_controllen = sizeof extra;
+        cmsghdr& handed_over = *CMSG_FIRSTHDR(&packet);
+        handed_over.cmsg_level = SOL_SOCKET;
+        handed_over.cmsg_type = SCM_RIGHTS;
+        handed_over.cmsg_len = CMSG_LEN(sizeof descriptor);
+        std::memcpy(CMSG_DATA(&handed_over), &descriptor, sizeof descriptor);
+    }
+    return sendmsg(socket_.get(), &packet, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+}
+
+ssize_t connection::receive(std::span<u8, node::LONGEST_PACKET> into) noexcept
+{
+    const ssize_t got = runtime::receive_packet(socket_.get(), into.data(), into.size(), MSG_DONTWAIT | MSG_TRUNC);
+    if (got > static_cast<ssize_t>(into.size())) {
+        errno = EMSGSIZE;
+        return -1;
+    }
+    node::packet_header header;
+    if (now != stage::conversing || got < static_cast<ssize_t>(sizeof header))
+        return got;
+    std::memcpy(&header, into.data(), sizeof header);
+    if (header.slot == 0) [[likely]]
+        return got;
+    static_assert(sizeof header + node::SLOT_BYTES <= node::LONGEST_PACKET);
+    const u8* const content = slots_.content(header.slot, header.block_bytes, header.data_bytes);
+    if (content == nullptr || got != sizeof header) {
+        errno = EFAULT;
+        return -1;
+    }
+    const u32 bytes = header.block_bytes + header.data_bytes;
+    std::memcpy(into.data() + sizeof header, content, bytes);
+    slots_.free(header.slot);
+    return static_cast<ssize_t>(sizeof header + bytes);
+}
+
 connection::result connection::try_to_send(std::span<const u8> packet) noexcept
 {
+    node::packet_header header;
+    if (packet.size() >= runtime::SHORTEST_IN_SLOT) {
+        std::memcpy(&header, packet.data(), sizeof header);
+        header.slot = slots_.put(packet.subspan(sizeof header), {});
+        if (header.slot != 0)
+            packet = {reinterpret_cast<const u8*>(&header), sizeof header};
+    }
     ssize_t sent = 0;
     do
         sent = runtime::send_packet(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     while (sent < 0 && errno == EINTR);
     if (sent >= 0) [[likely]]
         return result::sent;
-    return errno == EAGAIN || errno == ENOBUFS ? result::must_wait : result::broken;
+    const int reason = errno;
+    if (packet.data() == reinterpret_cast<const u8*>(&header))
+        slots_.free(header.slot);
+    errno = reason;
+    return reason == EAGAIN || reason == ENOBUFS ? result::must_wait : result::broken;
 }
 
 bool connection::send(std::span<const u8> packet)

@@ -3,6 +3,7 @@
 
 #include "service/unique_fd.h"
 #include "localnode/engine/packet.h"
+#include "localnode/runtime/slots.h"
 
 #include <sys/socket.h>
 
@@ -36,6 +37,14 @@ public:
     // errno, when the connection is broken. Throws std::bad_alloc.
     bool send(std::span<const u8> packet);
 
+    // The answer to a greeting. A client that is admitted gets memory for long frames with it, if there is any.
+    bool send_welcome(const node::welcome& answer) noexcept;
+
+    // The next packet, and behind its header what lies in a slot of it, copied before anything looks at it: the client can write
+    // there at any time. Never blocks. Result: the length of the whole; 0 at the end of the connection; -1 with errno, which is
+    // EMSGSIZE for a packet that is too long and EFAULT for one that names a slot that it may not name.
+    ssize_t receive(std::span<u8, node::LONGEST_PACKET> into) noexcept;
+
     // Sends what waits, as far as the client takes it. False when the connection is broken.
     bool flush() noexcept;
 
@@ -61,6 +70,7 @@ private:
     };
 
     unique_fd socket_;
+    runtime::slots slots_;
     std::deque<waiting_packet> queue_;
     std::size_t queued_bytes_ = 0;  // with what the queue itself needs
 };

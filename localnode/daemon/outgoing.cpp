@@ -32,7 +32,7 @@ try {
         throw std::bad_alloc{};
     u8* const room = make_room(whole);
     packets_.push_back({client, {room, whole}});
-    const node::packet_header header = {static_cast<u8>(kind), {}, path, bytes, 0};
+    const node::packet_header header = {.kind = static_cast<u8>(kind), .path = path, .block_bytes = bytes};
     std::memcpy(room, &header, sizeof header);
     return room + sizeof header;
 } catch (const std::bad_alloc&) {

@@ -1,4 +1,5 @@
 target_sources(tessaly_daemon PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/../runtime/slots.cpp
     ${CMAKE_CURRENT_LIST_DIR}/config.cpp
     ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
     ${CMAKE_CURRENT_LIST_DIR}/listener.cpp

@@ -2,7 +2,6 @@
 
 #include "localnode/engine/lu_names.h"
 #include "localnode/runtime/clock.h"
-#include "localnode/runtime/socket_calls.h"
 #include "wire/tp_server_datagrams.h"
 
 #include <sys/epoll.h>
@@ -167,18 +166,18 @@ void switchboard::take_packets(connection& from)
 // Result: whether to look for another packet at once. Behind an answer there is none as a rule.
 bool switchboard::take_packet(connection& from)
 {
-    const ssize_t got = runtime::receive_packet(from.socket(), received_, sizeof received_, MSG_DONTWAIT | MSG_TRUNC);
+    const ssize_t got = from.receive(received_);
     if (got < 0) {
-        if (errno != EAGAIN && errno != EINTR)
+        if (errno == EMSGSIZE)
+            drop(from, level::warning, "sent a packet that is too long");
+        else if (errno == EFAULT)
+            drop(from, level::warning, "named memory that is not there");
+        else if (errno != EAGAIN && errno != EINTR)
             drop(from, level::info, error_text(errno));
         return false;
     }
     if (got == 0) {
         drop(from, from.now == connection::stage::greeting ? level::debug : level::info, "left");
-        return false;
-    }
-    if (got > static_cast<ssize_t>(sizeof received_)) {
-        drop(from, level::warning, "sent a packet that is too long");
         return false;
     }
     try {
@@ -220,8 +219,9 @@ bool switchboard::greet(connection& from, std::span<const u8> packet)
         from.now = connection::stage::conversing;
     log(level::info, "client ", from.id, ": process ", from.peer.pid, ", user ", from.peer.uid, ", group ", from.peer.gid,
         welcome.refused == node::refusal::none ? "" : ", refused");
-    send_to(from, bytes_of(welcome));
-    if (welcome.refused != node::refusal::none)
+    if (!from.send_welcome(welcome))
+        drop(from, level::info, error_text(errno));
+    else if (welcome.refused != node::refusal::none)
         leave(from);
     return false;
 }
@@ -268,7 +268,7 @@ bool switchboard::refuses_path(connection& from, const node::frame& sent)
         from.paths.contains(sent.path))
         return false;
     log(level::warning, "client ", from.id, ": has too many paths");
-    send_to(from, bytes_of(node::packet_header{static_cast<u8>(frame_kind::path_failed), {}, sent.path, 0, 0}));
+    send_to(from, bytes_of(node::packet_header{.kind = static_cast<u8>(frame_kind::path_failed), .path = sent.path}));
     return true;
 }
 
@@ -421,7 +421,7 @@ void switchboard::drop(connection& dropped, level of, std::string_view reason)
 
 void switchboard::terminate()
 {
-    const node::packet_header terminated{static_cast<u8>(frame_kind::terminated), {}, 0, 0, 0};
+    const node::packet_header terminated{.kind = static_cast<u8>(frame_kind::terminated)};
     std::vector<connection*> all;
     for (const auto& [id, each] : connections_)
         all.push_back(each.get());

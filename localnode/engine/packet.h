@@ -1,5 +1,6 @@
 // A frame as bytes, for hosts whose engine runs in another process: one packet of a SOCK_SEQPACKET socket each. A connection
-// begins with a hello of the client and the node's welcome; after that come frames, both ways.
+// begins with a hello of the client and the node's welcome; after that come frames, both ways. With its welcome the node may hand
+// over the descriptor of memory for long frames, which the kernel would have to allocate pages for and copy twice.
 #pragma once
 
 #include "localnode/engine/engine.h"
@@ -8,11 +9,12 @@ namespace tessaly::node {
 
 // What the block and the data of a message come behind. Numbers are in the order of the machine.
 struct packet_header {
-    u8 kind;  // frame_kind, or ECHO
-    u8 reserved[3];
-    u32 path;         // the client's number for it; 0 where the kind has none
-    u32 block_bytes;  // of a message or datagram, else 0
-    u32 data_bytes;   // of a message from a client, else 0: what the node sends is all block
+    u8 kind = 0;  // frame_kind, or ECHO
+    u8 slot = 0;  // of the shared memory, where block and data lie; 0: they follow
+    u8 reserved[2] = {};
+    u32 path = 0;         // the client's number for it; 0 where the kind has none
+    u32 block_bytes = 0;  // of a message or datagram, else 0
+    u32 data_bytes = 0;   // of a message from a client, else 0: what the node sends is all block
 };
 static_assert(sizeof(packet_header) == 16);
 
@@ -22,7 +24,19 @@ inline constexpr u8 ECHO = 0xFF;
 inline constexpr u32 LONGEST_PACKET = 128 * 1024;  // header included; a message with 65,535 bytes of data fits
 
 inline constexpr u32 PACKET_MAGIC = 0x594C5354;
-inline constexpr u16 PACKET_VERSION = 1;
+inline constexpr u16 PACKET_VERSION = 2;
+
+// The memory that a client and the node share: slots for what would make a packet long. Who sends takes a free slot of its own
+// direction, fills it and names it in the packet; who receives copies it out, and only then looks at it, and frees the slot.
+inline constexpr u32 SLOTS_EACH_WAY = 2;
+inline constexpr u32 SLOT_BYTES = 68 * 1024;  // a message with 65,535 bytes of data fits
+
+struct shared_slots {
+    u32 in_use_by_client;                // 1 once the client can read slots
+    u32 taken[2 * SLOTS_EACH_WAY];       // 0 or 1
+    alignas(4096) u8 content[2 * SLOTS_EACH_WAY][SLOT_BYTES];
+};
+static_assert(sizeof(shared_slots) % 4096 == 0);
 
 struct hello {
     u32 magic = PACKET_MAGIC;

@@ -46,6 +46,24 @@ ssize_t unless_interrupted(Send send) noexcept
     return bytes;
 }
 
+// descriptor: one that came with it; left alone if none did.
+ssize_t receive_with_descriptor(int socket, node::welcome& answer, int& descriptor) noexcept
+{
+    iovec part{&answer, sizeof answer};
+    alignas(cmsghdr) u8 room[CMSG_SPACE(sizeof descriptor)];
+    msghdr packet{};
+    packet.msg_iov = &part;
+    packet.msg_iovlen = 1;
+    packet.msg_control = room;
+    packet.msg_controllen = sizeof room;
+    const ssize_t bytes = unless_interrupted([&] { return recvmsg(socket, &packet, MSG_TRUNC | MSG_CMSG_CLOEXEC); });
+    const cmsghdr* const extra = bytes >= 0 ? CMSG_FIRSTHDR(&packet) : nullptr;
+    if (extra != nullptr && extra->cmsg_level == SOL_SOCKET && extra->cmsg_type == SCM_RIGHTS &&
+        extra->cmsg_len == CMSG_LEN(sizeof descriptor))
+        std::memcpy(&descriptor, CMSG_DATA(extra), sizeof descriptor);
+    return bytes;
+}
+
 }  // namespace
 
 std::unique_ptr<connection> connection::to(std::string_view socket_path) noexcept
@@ -99,7 +117,12 @@ bool connection::greet() noexcept
         return false;
     }
     node::welcome answer;
-    const ssize_t received = unless_interrupted([&] { return recv(socket_, &answer, sizeof answer, MSG_TRUNC); });
+    int descriptor = -1;
+    const ssize_t received = receive_with_descriptor(socket_, answer, descriptor);
+    if (descriptor >= 0) {
+        slots_.take_over(descriptor);  // without it all frames go through the socket
+        close(descriptor);
+    }
     const bool sound = received == sizeof answer && answer.magic == node::PACKET_MAGIC;
     if (sound && answer.refused == node::refusal::none && answer.version == node::PACKET_VERSION)
         return true;
@@ -123,9 +146,14 @@ status connection::send(const node::frame& sent) noexcept
     header.data_bytes = static_cast<u32>(sent.data.size());
     if (sent.block.size() > node::LONGEST_PACKET || sizeof header + sent.block.size() + sent.data.size() > node::LONGEST_PACKET)
         return BAD_ARGUMENT;
-    const ssize_t bytes = send_parts(header, sent.block, sent.data);
+    const std::size_t content = sent.block.size() + sent.data.size();
+    header.slot = content >= SHORTEST_IN_SLOT ? slots_.put(sent.block, sent.data) : u8{0};
+    const ssize_t bytes =
+        header.slot == 0 ? send_parts(header, sent.block, sent.data) : send_parts(header, {}, {});
     if (bytes >= 0)
         return DONE;
+    if (header.slot != 0)
+        slots_.free(header.slot);
     return errno == ENOMEM || errno == ENOBUFS ? NO_MEMORY : PATH_BROKEN;
 }
 
@@ -157,8 +185,22 @@ reception connection::receive_with(int flags) noexcept
     if (length < sizeof(node::packet_header) || length > sizeof packet_)
         return reception::end;
     const node::packet_header& came = header();
-    const bool sound = came.data_bytes == 0 && came.block_bytes == length - sizeof came;
+    if (came.data_bytes != 0)
+        return reception::end;
+    const bool sound = came.slot == 0 ? came.block_bytes == length - sizeof came
+                                      : length == sizeof came && slots_.content(came.slot, came.block_bytes, 0) != nullptr;
     return sound ? reception::packet : reception::end;
+}
+
+void connection::take_block(u8* to) noexcept
+{
+    const node::packet_header& came = header();
+    const u8* const from =
+        came.slot == 0 ? packet_ + sizeof came : slots_.content(came.slot, came.block_bytes, 0);
+    if (to != nullptr && came.block_bytes != 0)
+        std::memcpy(to, from, came.block_bytes);
+    if (came.slot != 0)
+        slots_.free(came.slot);
 }
 
 reception connection::receive_at_once() noexcept
@@ -209,6 +251,7 @@ void connection::leave_to_parent() noexcept
 {
     close(socket_);
     socket_ = -1;
+    slots_.forget();
 }
 
 }  // namespace tessaly::runtime

@@ -4,6 +4,7 @@
 #include "localnode/engine/packet.h"
 #include "localnode/runtime/host.h"
 #include "localnode/runtime/looking.h"
+#include "localnode/runtime/slots.h"
 
 #include <sys/un.h>
 
@@ -38,7 +39,9 @@ public:
 
     // The packet received last, as long as none is received after it.
     const node::packet_header& header() const noexcept { return *reinterpret_cast<const node::packet_header*>(packet_); }
-    std::span<const u8> block() const noexcept { return {packet_ + sizeof(node::packet_header), header().block_bytes}; }
+
+    // Copies its block, header().block_bytes long; null: drops it. To be called once.
+    void take_block(u8* to) noexcept;
 
     // Has the node send a packet back, which ends a receive() under way. Waits for room like send().
     void ask_for_echo() noexcept;
@@ -61,6 +64,7 @@ private:
     reception receive_with(int flags) noexcept;
 
     int socket_;
+    slots slots_;
     looking look_{100};
     alignas(node::packet_header) u8 packet_[node::LONGEST_PACKET];
 };

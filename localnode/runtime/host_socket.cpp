@@ -126,17 +126,15 @@ void socket_host::take_in(reception got) noexcept
     if (got == reception::end)
         return lose();
     const node::packet_header& came = connected_->header();
-    const std::span<const u8> block = connected_->block();
     if (came.kind == node::ECHO)
         return;
     switch (const auto kind = static_cast<node::frame_kind>(came.kind)) {
     case node::frame_kind::message:
     case node::frame_kind::datagram: {
         u8* room = take_frame(kind, came.path, came.block_bytes);
+        connected_->take_block(room);
         if (room == nullptr)
-            return drop_for_want_of_memory(kind, came.path);
-        if (!block.empty())
-            std::memcpy(room, block.data(), block.size());
+            drop_for_want_of_memory(kind, came.path);
         return;
     }
     case node::frame_kind::path_failed:

@@ -14,6 +14,7 @@ target_sources(tessaly_runtime PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/memory.cpp
     ${CMAKE_CURRENT_LIST_DIR}/paths.cpp
     ${CMAKE_CURRENT_LIST_DIR}/send.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/slots.cpp
     ${CMAKE_CURRENT_LIST_DIR}/text_file.cpp
     ${CMAKE_CURRENT_LIST_DIR}/trace_file.cpp
     ${CMAKE_CURRENT_LIST_DIR}/trace_switch.cpp

@@ -1,5 +1,7 @@
 // What clients can do to the node, and that the others go on.
 #include "tests/daemon/daemon.h"
+
+#include "localnode/runtime/slots.h"
 #include "tests/e2e/talking.h"
 #include "wire/tp_server_datagrams.h"
 
@@ -43,6 +45,15 @@ struct hostile {
     const char* logged;
 };
 
+std::string in_slot(u8 slot, u32 block_bytes, u32 data_bytes = 0)
+{
+    return bytes_of(node::packet_header{.kind = static_cast<u8>(frame_kind::message),
+                                        .slot = slot,
+                                        .path = 7,
+                                        .block_bytes = block_bytes,
+                                        .data_bytes = data_bytes});
+}
+
 const std::string HELLO = bytes_of(node::hello{});
 
 // clang-format off
@@ -63,6 +74,11 @@ const hostile hostiles[] = {
     {"a server with data",  "", packet(frame_kind::tp_server_opened, 1, 4) + "bloc",        "no frame"},
     {"a datagram's data",   "", packet(frame_kind::datagram, 0, 0, 4) + "data",             "no frame"},
     {"a packet too long",   "", echo(node::LONGEST_PACKET),                                 "too long"},
+    {"the node's own slot", "", in_slot(1, 100),                                            "not there"},
+    {"a slot too many",     "", in_slot(5, 100),                                            "not there"},
+    {"more than a slot",    "", in_slot(3, node::SLOT_BYTES, 1),                            "not there"},
+    {"far more than that",  "", in_slot(3, 0xFFFFFFFF, 1),                                  "not there"},
+    {"a slot and bytes",    "", in_slot(3, 100) + "x",                                      "not there"},
 };
 // clang-format on
 
@@ -74,7 +90,7 @@ TEST_F(Clients, that_send_nonsense_are_dropped_with_a_line_and_harm_nobody)
     good_client good;
     for (const hostile& each : hostiles) {
         SCOPED_TRACE(each.what);
-        const raw_client client{socket};
+        raw_client client{socket};
         if (!each.first.empty())
             EXPECT_TRUE(client.send(each.first));
         else
@@ -89,13 +105,22 @@ TEST_F(Clients, messages_that_no_verb_is_fail_their_path_only)
 {
     start();
     good_client good;
-    const raw_client client{socket};
+    raw_client client{socket};
     ASSERT_TRUE(client.greet());
     for (const u32 bytes : {0u, 3u, 112u, 300u, 100'001u}) {
         EXPECT_TRUE(client.send(packet(frame_kind::path_opened, 7)));
         EXPECT_TRUE(client.send(packet(frame_kind::message, 7, bytes) + std::string(bytes, 'x')));
         EXPECT_EQ(client.receive(), packet(frame_kind::path_failed, 7)) << bytes;
         EXPECT_TRUE(client.send(packet(frame_kind::datagram, 0, bytes) + std::string(bytes, 'x')));
+    }
+    runtime::slots memory;
+    ASSERT_TRUE(memory.take_over(client.memory()));
+    const std::vector<u8> long_one(node::SLOT_BYTES, 'x');
+    for (int i = 0; i < 3; ++i) {
+        const u8 slot = memory.put(long_one, {});
+        EXPECT_EQ(slot, node::SLOTS_EACH_WAY + 1) << "the node has freed it before it answered";
+        EXPECT_TRUE(client.send(packet(frame_kind::path_opened, 7)) && client.send(in_slot(slot, node::SLOT_BYTES)));
+        EXPECT_EQ(client.receive(), packet(frame_kind::path_failed, 7));
     }
     EXPECT_TRUE(client.send(echo(10)));
     EXPECT_EQ(client.receive(), echo(10));
@@ -106,11 +131,11 @@ TEST_F(Clients, that_take_nothing_lose_their_place_and_keep_nobody_waiting)
 {
     start("[limits]\nqueued_mib_per_client = 1\npaths_per_client = 3\nclients = 3");
     good_client good;
-    const raw_client greedy{socket};
+    raw_client greedy{socket};
     ASSERT_TRUE(greedy.greet());
-    const raw_client third{socket};
+    raw_client third{socket};
     EXPECT_TRUE(third.greet());
-    const raw_client fourth{socket};
+    raw_client fourth{socket};
     EXPECT_TRUE(fourth.send(bytes_of(node::hello{})));
     EXPECT_EQ(fourth.receive(), bytes_of(node::welcome{.refused = node::refusal::too_many_clients}));
     EXPECT_TRUE(fourth.is_dropped());
@@ -131,8 +156,8 @@ TEST_F(Clients, that_take_nothing_lose_their_place_and_keep_nobody_waiting)
 TEST_F(Clients, another_version_is_told_so_and_the_status_shows_who_is_there)
 {
     start("name = \"NODE1\"");
-    const raw_client newer{socket};
-    EXPECT_TRUE(newer.send(bytes_of(node::hello{.version = 2})));
+    raw_client newer{socket};
+    EXPECT_TRUE(newer.send(bytes_of(node::hello{.version = node::PACKET_VERSION + 1})));
     EXPECT_EQ(newer.receive(), bytes_of(node::welcome{.refused = node::refusal::version}));
     EXPECT_TRUE(newer.is_dropped());
     good_client good;
@@ -150,7 +175,7 @@ int define_as(const std::string& socket, uid_t user, std::vector<gid_t> groups)
     if (child == 0) {
         if (setgroups(groups.size(), groups.data()) != 0 || setgid(user) != 0 || setuid(user) != 0)
             _exit(100);
-        const raw_client client{socket};
+        raw_client client{socket};
         update_tp_info_datagram wanted{};
         wanted.header = {sizeof wanted, TPS_MSG_UPDATE_TP_INFO};
         wanted.action = TPS_TP_ADD;
@@ -221,7 +246,7 @@ TEST_F(Clients, only_those_who_may_connect_do)
             const bool dropped = setgid(each.user) == 0 && setuid(each.user) == 0 && access(socket.c_str(), W_OK) == 0;
             if (!dropped)
                 _exit(2);
-            const raw_client client{socket};
+            raw_client client{socket};
             client.send(bytes_of(node::hello{}));
             const std::optional<std::string> got = client.receive();
             _exit(got == bytes_of(node::welcome{})                                                  ? 0

@@ -41,18 +41,26 @@ bool raw_client::send(std::string_view packet) const
     return ::send(socket_.get(), packet.data(), packet.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(packet.size());
 }
 
-std::optional<std::string> raw_client::receive() const
+std::optional<std::string> raw_client::receive()
 {
     std::string packet(2 * node::LONGEST_PACKET, '\0');
     EXPECT_TRUE(is_readable(socket_.get())) << "nothing comes from the node";
-    const ssize_t got = recv(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT);
+    iovec part{packet.data(), packet.size()};
+    alignas(cmsghdr) char extra[CMSG_SPACE(sizeof(int))];
+    msghdr message{.msg_iov = &part, .msg_iovlen = 1, .msg_control = extra, .msg_controllen = sizeof extra};
+    const ssize_t got = recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
     if (got <= 0)
         return std::nullopt;
+    if (const cmsghdr* handed_over = CMSG_FIRSTHDR(&message)) {
+        int descriptor = -1;
+        std::memcpy(&descriptor, CMSG_DATA(handed_over), sizeof descriptor);
+        memory_ = unique_fd{descriptor};
+    }
     packet.resize(static_cast<std::size_t>(got));
     return packet;
 }
 
-bool raw_client::greet() const
+bool raw_client::greet()
 {
     return send(bytes_of(node::hello{})) && receive() == bytes_of(node::welcome{});
 }
@@ -88,7 +96,7 @@ ending DaemonTest::run(std::initializer_list<const char*> arguments) const
 
 std::string DaemonTest::status() const
 {
-    const raw_client asking{socket};
+    raw_client asking{socket};
     EXPECT_TRUE(asking.send(node::STATUS_REQUEST));
     std::string document;
     while (const std::optional<std::string> part = asking.receive())

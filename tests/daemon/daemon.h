@@ -18,12 +18,14 @@ public:
     explicit raw_client(const std::string& path);
 
     bool send(std::string_view packet) const;
-    std::optional<std::string> receive() const;  // the next packet; none when the node has closed the connection
-    bool greet() const;                          // whether the node welcomes it
-    bool is_dropped() const { return !receive(); }
+    std::optional<std::string> receive();  // the next packet; none when the node has closed the connection
+    int memory() const { return memory_.get(); }  // a descriptor that came with a packet
+    bool greet();                          // whether the node welcomes it
+    bool is_dropped() { return !receive(); }
 
 private:
     unique_fd socket_;
+    unique_fd memory_;
 };
 
 template <typename Record>
@@ -34,11 +36,12 @@ std::string bytes_of(const Record& record)
 
 inline std::string packet(node::frame_kind kind, u32 path, u32 block_bytes = 0, u32 data_bytes = 0)
 {
-    return bytes_of(node::packet_header{static_cast<u8>(kind), {}, path, block_bytes, data_bytes});
+    return bytes_of(node::packet_header{
+        .kind = static_cast<u8>(kind), .path = path, .block_bytes = block_bytes, .data_bytes = data_bytes});
 }
 inline std::string echo(std::size_t bytes = 0)
 {
-    return bytes_of(node::packet_header{node::ECHO, {}, 0, 0, 0}) + std::string(bytes, 'e');
+    return bytes_of(node::packet_header{.kind = node::ECHO}) + std::string(bytes, 'e');
 }
 
 class DaemonTest : public testing::Test {

@@ -26,7 +26,7 @@ TEST_F(Running, node_stops_on_either_signal_and_tells_its_clients)
 {
     for (const int number : {SIGTERM, SIGINT}) {
         start();
-        const raw_client client{socket}, silent{socket};
+        raw_client client{socket}, silent{socket};
         ASSERT_TRUE(client.greet());
         EXPECT_EQ(stop(number), 0);
         EXPECT_EQ(client.receive(), packet(frame_kind::terminated, 0));
@@ -38,7 +38,7 @@ TEST_F(Running, node_stops_on_either_signal_and_tells_its_clients)
 TEST_F(Running, node_that_stops_waits_only_so_long_for_those_who_take_nothing)
 {
     start("[times]\nstop_seconds = 0");
-    const raw_client stuck{socket};
+    raw_client stuck{socket};
     ASSERT_TRUE(stuck.greet());
     for (int i = 0; i < 20; ++i)
         ASSERT_TRUE(stuck.send(echo(100'000)));

@@ -1,63 +1,18 @@
 // The socket host over a node that the test plays: what it may send, when it may go, and who reads meanwhile.
-#include "runtime_fixture.h"
-
-#include "localnode/engine/packet.h"
+#include "played_node.h"
 
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <thread>
-#include <utility>
 
 namespace tessaly {
 
 namespace {
-
-const std::string directory = "/tmp/tessaly-socket-test-" + std::to_string(getpid());
-const std::string place = directory + "/node";
-
-using bytes = std::vector<u8>;
-
-bytes packet(u8 kind, u32 path, bytes block = {}, u32 lies_by = 0, u32 data_bytes = 0)
-{
-    const packet_header header{kind, {}, path, static_cast<u32>(block.size()) + lies_by, data_bytes};
-    bytes whole(sizeof header);
-    std::memcpy(whole.data(), &header, sizeof header);
-    whole.insert(whole.end(), block.begin(), block.end());
-    return whole;
-}
-
-bytes packet(frame_kind kind, u32 path, bytes block = {}) { return packet(static_cast<u8>(kind), path, std::move(block)); }
-
-packet_header header_of(const bytes& whole)
-{
-    packet_header header{};
-    std::memcpy(&header, whole.data(), std::min(whole.size(), sizeof header));
-    return header;
-}
-
-bytes answer(const bytes& sent)
-{
-    return packet(frame_kind::message, header_of(sent).path, {sent.begin() + sizeof(packet_header), sent.end()});
-}
-
-auto open_descriptors() { return std::distance(std::filesystem::directory_iterator{"/proc/self/fd"}, {}); }
-
-sockaddr_un address()
-{
-    sockaddr_un there{};
-    there.sun_family = AF_UNIX;
-    place.copy(there.sun_path, sizeof there.sun_path - 1);
-    return there;
-}
 
 // Sends it on this process's own end of the connection until there is no room.
 void fill_with(const bytes& filler)
@@ -83,90 +38,6 @@ bool waits_in_kernel(pid_t thread)
 }
 
 }  // namespace
-
-// Listens, and greets the next client as it is told.
-class played_node {
-public:
-    played_node()
-    {
-        std::filesystem::create_directory(directory);
-        setenv("TESSALY_NODE", ("unix:" + place).c_str(), 1);
-        listen_again();
-        expect_client();
-    }
-    ~played_node()
-    {
-        hang_up();
-        stop_listening();
-        std::filesystem::remove_all(directory);
-        u16 asks[2] = {4, DATAGRAM_ANNOUNCE};
-        const process_lock lock;
-        EXPECT_NE(vpm_send_datagram(DATAGRAM_DESTINATION, 0, asks, sizeof asks), 0);  // so the runtime knows that it is gone
-    }
-
-    void listen_again()
-    {
-        const sockaddr_un here = address();
-        listening_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(bind(listening_, reinterpret_cast<const sockaddr*>(&here), sizeof here), 0);
-        EXPECT_EQ(listen(listening_, 4), 0);
-    }
-    void stop_listening()
-    {
-        close(listening_);
-        std::filesystem::remove(place);
-    }
-
-    // Answers the hello of the client that comes next; with nothing: closes at once.
-    void expect_client(bytes welcome = packet_of({}))
-    {
-        greeter_ = std::thread{[this, welcome] {
-            client_ = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
-            hello greeting{};
-            EXPECT_EQ(recv(client_, &greeting, sizeof greeting, 0), static_cast<ssize_t>(sizeof greeting));
-            EXPECT_TRUE(greeting.magic == PACKET_MAGIC && greeting.version == PACKET_VERSION);
-            if (!welcome.empty())
-                send(welcome);
-        }};
-    }
-    void meet() { greeter_.join(); }
-    static bytes packet_of(welcome like)
-    {
-        return {reinterpret_cast<const u8*>(&like), reinterpret_cast<const u8*>(&like + 1)};
-    }
-
-    void send(const bytes& sent) const
-    {
-        EXPECT_EQ(::send(client_, sent.data(), sent.size(), MSG_NOSIGNAL), static_cast<ssize_t>(sent.size()));
-    }
-    // Empty at the connection's end.
-    bytes take() const
-    {
-        bytes taken(LONGEST_PACKET);
-        taken.resize(static_cast<std::size_t>(std::max<ssize_t>(recv(client_, taken.data(), taken.size(), 0), 0)));
-        return taken;
-    }
-    bytes take(u8 kind) const
-    {
-        bytes taken;
-        do
-            taken = take();
-        while (!taken.empty() && header_of(taken).kind != kind);
-        return taken;
-    }
-    bytes take(frame_kind kind) const { return take(static_cast<u8>(kind)); }
-    void hang_up()
-    {
-        if (greeter_.joinable())
-            meet();
-        close(std::exchange(client_, -1));
-    }
-
-private:
-    int listening_ = -1;
-    int client_ = -1;
-    std::thread greeter_;
-};
 
 // The node is there before the fixture's path user, and goes after it.
 class SocketHost : public played_node, public RuntimeTest {
@@ -254,8 +125,8 @@ TEST_F(SocketHost, takes_only_a_node_that_greets_it_as_one_and_keeps_no_descript
     const std::pair<const char*, bytes> greetings[] = {
         {"closes", {}},
         {"another magic", packet_of({.magic = 1})},
-        {"another version", packet_of({.version = 2})},
-        {"too old", packet_of({.version = 2, .refused = refusal::version})},
+        {"another version", packet_of({.version = PACKET_VERSION + 1})},
+        {"too old", packet_of({.version = PACKET_VERSION + 1, .refused = refusal::version})},
         {"not permitted", packet_of({.refused = refusal::not_permitted})},
         {"too many clients", packet_of({.refused = refusal::too_many_clients})},
         {"a reason that is none", packet_of({.refused = static_cast<refusal>(99)})},
