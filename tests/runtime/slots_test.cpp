@@ -135,8 +135,11 @@ TEST_F(Slots, that_the_node_may_not_name_end_the_connection)
     }
 }
 
-TEST_F(Slots, are_not_used_in_memory_that_could_shrink_or_is_none)
+TEST_F(Slots, are_not_used_in_memory_that_could_shrink_or_is_none_or_that_no_client_has_taken)
 {
+    runtime::slots untaken;
+    close(untaken.make());
+    EXPECT_EQ(untaken.put(long_message(1, 1), {}), 0);
     const auto memory_file = [](off_t bytes_long, int seals) {
         const int made = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
         EXPECT_TRUE(ftruncate(made, bytes_long) == 0 && fcntl(made, F_ADD_SEALS, seals) == 0);
