@@ -43,7 +43,7 @@ private:
     u32 first_own_ = 0;  // index of this end's first slot; the node's come first
 };
 
-// Shorter frames are put together, or gathered by the kernel, for less than a slot costs.
+// From here on a slot pays: with records of 8 KiB a flow becomes a tenth faster, with 4 KiB hardly at all.
 inline constexpr std::size_t SHORTEST_IN_SLOT = 4096;
 
 }  // namespace tessaly::runtime
