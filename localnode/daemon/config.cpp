@@ -34,6 +34,7 @@ void read_limits(config_section& in, settings::limit_settings& limits)
     in.read("clients", limits.clients, 1, 20'000);
     in.read("paths_per_client", limits.paths_per_client, 1, 65'000);
     in.read("queued_mib_per_client", limits.queued_mib_per_client, 1, 1024);
+    in.read("unread_kib_per_conversation", limits.unread_kib_per_conversation, 1, node::MOST_UNREAD_BYTES / 1024);
     in.read("waiting_attaches", limits.waiting_attaches, 0, 50'000);
     in.read("programs", limits.programs, 0, 10'000);
 }
@@ -118,6 +119,7 @@ node::configuration engine_configuration(const settings& from)
     to.attach_limit_ms = from.times.attach_seconds * 1000;
     to.start_limit_ms = from.times.start_seconds * 1000;
     to.most_attaches = from.limits.waiting_attaches;
+    to.unread_bytes = from.limits.unread_kib_per_conversation * 1024;
     return to;
 }
 

@@ -35,6 +35,7 @@ struct settings {
         u32 clients = 1000;
         u32 paths_per_client = 20'000;
         u32 queued_mib_per_client = 64;
+        u32 unread_kib_per_conversation = 256;
         u32 waiting_attaches = 1000;
         u32 programs = 100;
 

@@ -7,6 +7,7 @@
 #include "localnode/engine/conversations.h"
 #include "localnode/engine/errors.h"
 #include "localnode/engine/inquiries.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/readings.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/transfer.h"
@@ -116,9 +117,9 @@ verdict flow(node& n, conv_side& side, request& verb, conv_verb acting)
     side.state = to_do.next;
     if (to_do.act == action::turn_and_wait)
         return receive(n, side, verb, true);
-    // Pacing: the partner's queue cannot have ended or been released if it is still full.
+    // The partner's queue cannot have ended or been released if it is still full.
     if (const conv_side* const to = has_data ? partner_of(n, side) : nullptr; to != nullptr && is_full(*to))
-        return keep_waiting(side, verb, waits_for::room);
+        return hold_sender(n, side, *to, verb);
     put_status(side, verb.block);
     return verdict::answer;
 }

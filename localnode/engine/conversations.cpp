@@ -3,6 +3,7 @@
 
 #include "localnode/engine/asides.h"
 #include "localnode/engine/attaches.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/transfer.h"
 
@@ -16,6 +17,8 @@ conv_side* new_side(node& n, conv_state state)
     if (side == nullptr)
         return nullptr;
     init_link(*side);
+    init_link(side->hold);
+    side->most_unread = n.unread_bytes;
     side->owner = nullptr;
     side->partner = 0;
     side->arrival = nullptr;
@@ -74,6 +77,7 @@ void release(node& n, conv_side& side)
         drop_attach(n, *side.arrival);
     if (is_linked(side.link))
         unlink(side.link);
+    forget_hold(side);
     side.inbound.clear();
     n.side_table.give_back(side);
 }

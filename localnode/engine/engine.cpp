@@ -4,6 +4,7 @@
 #include "localnode/engine/attaches.h"
 #include "localnode/engine/clients.h"
 #include "localnode/engine/datagrams.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/report.h"
 #include "localnode/engine/starts.h"
 #include "localnode/engine/tp_definitions.h"
@@ -44,6 +45,7 @@ void engine::accept(const frame& input, frame_sink& output)
     case frame_kind::time_passed:
         n.now_ms = std::max(n.now_ms, input.now_ms);
         expire_attaches(n);
+        free_patient_senders(n);
         break;
     case frame_kind::program_ended: program_ended(n, input.path); break;
     case frame_kind::tp_server_opened: open_tp_server(n, input.client, input.path, input.rights); break;
@@ -73,6 +75,7 @@ void engine::configure(const configuration& with)
     n.attach_limit_ms = with.attach_limit_ms;
     n.start_limit_ms = with.start_limit_ms;
     n.most_attaches = with.most_attaches;
+    n.unread_bytes = std::min(with.unread_bytes, MOST_UNREAD_BYTES);
 }
 
 node_report engine::report() const
@@ -86,6 +89,9 @@ std::optional<u64> engine::deadline_ms() const
     for (const list_head<attach>* const list : {&state_->all.attaches, &state_->all.starting})
         if (const attach* const oldest = list->first(); oldest != nullptr && (!earliest || oldest->deadline_ms < *earliest))
             earliest = oldest->deadline_ms;
+    if (const held_sender* const oldest = state_->all.held_senders.first();
+        oldest != nullptr && (!earliest || oldest->deadline_ms < *earliest))
+        earliest = oldest->deadline_ms;
     return earliest;
 }
 

@@ -16,6 +16,9 @@ using client_id = u32;  // a process that uses the node; numbers are the host's,
 
 inline constexpr u32 NODE_ADDRESS = 0x01010101;  // the same in either byte order
 
+// A program may well send all it has before anybody receives; this keeps it from filling the node's memory.
+inline constexpr u32 MOST_UNREAD_BYTES = 16 * 1024 * 1024;
+
 enum class frame_kind : u8 {
     // from a client, or from the host on its behalf
     path_opened,  // path: the client's new number for it
@@ -65,6 +68,9 @@ struct configuration {
     u32 attach_limit_ms = 30'000;
     u32 start_limit_ms = 60'000;  // until a TP server tells what became of a start
     u32 most_attaches = 1000;  // that wait
+    // How much of a conversation may be unread before its sender is held back: for a moment at most, unless it is
+    // MOST_UNREAD_BYTES, which nothing is above.
+    u32 unread_bytes = MOST_UNREAD_BYTES;
 };
 
 // What there is at the moment, in plain text.

@@ -3,6 +3,7 @@
 #include "localnode/engine/errors.h"
 
 #include "localnode/engine/conversations.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/replies.h"
 #include "localnode/engine/transfer.h"
 
@@ -53,6 +54,7 @@ verdict send_error(node& n, conv_side& side, request& verb)
     if (side.waiting != waits_for::nothing)
         answer_waiter(n, side, {CANCELLED, SEC_NONE});
     side.inbound.clear();
+    resume_pacing(n, side);
     side.behind = indication::none;
     side.state = conv_state::send;
     side.sent = {};

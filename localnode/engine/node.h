@@ -23,6 +23,7 @@ namespace tessaly::node {
 
 struct tp;
 struct attach;
+struct conv_side;
 
 // A client's path; it carries the verbs of one TP. tps.
 struct path_record {
@@ -75,7 +76,7 @@ enum class waits_for : u8 {
     data,          // a receive verb
     confirmation,  // of whatever the verb asked
     next_arrival,  // confirmed already, but PREPARE_TO_RECEIVE with long locks completes with what arrives next
-    room,          // in the partner's queue
+    room,          // in the partner's queue; pacing
 };
 
 // What a verb may wait for beside the ordinary flow, whatever else waits. asides.
@@ -104,6 +105,13 @@ struct return_codes {
     u32 secondary = SEC_NONE;
 };
 
+// A sender that is held back and may go on when its time has come. pacing.
+struct held_sender {
+    list_link link;  // in node::held_senders while the SEND_DATA waits
+    conv_side* sender;
+    u64 deadline_ms;
+};
+
 // One side of a conversation, as the verbs of its TP see it; its number is their conv_id. A side without a partner has an
 // ending, so no verb waits for one that is gone. conversations.
 struct conv_side {
@@ -119,6 +127,7 @@ struct conv_side {
     waiting_verb waiter;
 
     record_queue inbound;
+    u32 most_unread;      // bytes in there above which the sender is held back; pacing
     indication behind;    // what comes behind the records
     u16 error;            // not OK: the partner took the turn with SEND_ERROR, which the next verb tells
     return_codes ending;  // not OK: the partner has ended the conversation, which comes behind all else
@@ -128,6 +137,7 @@ struct conv_side {
     aside_verb asides[ASIDES];
     expedited_data expedited;  // arrived
     expedited_data held;       // of the SEND_EXPEDITED_DATA that waits
+    held_sender hold;
 
     u32 session;  // the same on both sides
     u8 conv_type;
@@ -233,6 +243,7 @@ struct node {
         lost.init();
         starting.init();
         definitions.init();
+        held_senders.init();
     }
 
     lu_directory lus;
@@ -240,6 +251,7 @@ struct node {
     u32 attach_limit_ms = 0;
     u32 start_limit_ms = 0;
     u32 most_attaches = 0;
+    u32 unread_bytes = 0;
 
     u64 now_ms = 0;
     frame_sink* output = nullptr;  // of the frame in hand
@@ -254,6 +266,7 @@ struct node {
 
     list_head<attach> attaches;         // by deadline
     list_head<attach> starting;         // by deadline
+    list_head<held_sender> held_senders;  // by deadline
     list_head<announced_tp> announced;  // first come, first served
     list_head<path_record> lost;
     list_head<tp_definition> definitions;  // in the order in which they were made

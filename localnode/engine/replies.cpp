@@ -3,6 +3,7 @@
 
 #include "common/ebcdic.h"
 #include "localnode/engine/layouts.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/transfer.h"
 #include "wire/datagrams.h"
 
@@ -131,6 +132,7 @@ void answer_waiter(node& n, conv_side& side, return_codes codes)
     set_codes(side.waiter.block, codes.primary, codes.secondary);
     put_status(side, side.waiter.block);
     side.waiting = waits_for::nothing;
+    forget_hold(side);
     answer(n, *side.owner->path, side.waiter);
 }
 

@@ -17,6 +17,7 @@ target_sources(tessaly_engine PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/readings.cpp
     ${CMAKE_CURRENT_LIST_DIR}/transfer.cpp
     ${CMAKE_CURRENT_LIST_DIR}/record_queue.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/pacing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/asides.cpp
     ${CMAKE_CURRENT_LIST_DIR}/confirm.cpp
     ${CMAKE_CURRENT_LIST_DIR}/errors.cpp

@@ -3,6 +3,7 @@
 #include "localnode/engine/transfer.h"
 
 #include "localnode/engine/conversations.h"
+#include "localnode/engine/pacing.h"
 #include "localnode/engine/replies.h"
 
 #include <algorithm>
@@ -12,9 +13,6 @@
 namespace tessaly::node {
 
 namespace {
-
-// A program may well send all it has before anybody receives; this only keeps it from filling the node's memory.
-constexpr u32 FULL_BYTES = 16 * 1024 * 1024;
 
 u16 received_as(indication status) noexcept
 {
@@ -102,16 +100,6 @@ std::span<const u8> hand_over(node& n, conv_side& side, std::span<const u8> reco
     return record.subspan(bytes);
 }
 
-// The sender that waits for room gets it when the queue is half empty, so that it does not wait again for every record.
-void let_sender_go_on(node& n, const conv_side& side)
-{
-    if (side.inbound.bytes() > FULL_BYTES / 2)
-        return;
-    conv_side* const sender = partner_of(n, side);
-    if (sender != nullptr && sender->waiting == waits_for::room)
-        answer_waiter(n, *sender, {});
-}
-
 // False when a verb that waits needs more than has come.
 bool receive_records(node& n, conv_side& side, verb_ref verb, bool now)
 {
@@ -122,7 +110,7 @@ bool receive_records(node& n, conv_side& side, verb_ref verb, bool now)
         return false;
     u8* const to = answer_with_data(n, side, verb, *got);
     side.inbound.take(to, got->bytes);
-    let_sender_go_on(n, side);
+    has_read(n, side);
     return true;
 }
 
@@ -207,17 +195,15 @@ bool pass_error_on(node& n, conv_side& to, u16 code)
     return true;
 }
 
-bool is_full(const conv_side& to) noexcept
-{
-    return to.inbound.bytes() > FULL_BYTES;
-}
-
 verdict receive(node& n, conv_side& side, request& verb, bool wait)
 {
     if (receive_first(n, side, verb, !wait))
         return verdict::answered;
-    if (wait)
+    if (wait) {
+        if (!side.inbound.empty())  // too little, which only the sender can change
+            free_sender(n, side);
         return keep_waiting(side, verb, waits_for::data);
+    }
     put_status(side, verb.block);
     return refuse(verb, UNSUCCESSFUL, SEC_NONE);
 }

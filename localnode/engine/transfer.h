@@ -16,9 +16,6 @@ bool pass_records(conv_side& from, conv_side& to, std::span<const u8> data);
 // The same as pass_on with an error, which the side receives in its place among the records.
 bool pass_error_on(node& n, conv_side& to, u16 code);
 
-// Whether the side that receives has so much waiting that the sender must wait.
-bool is_full(const conv_side& to) noexcept;
-
 // RECEIVE_AND_WAIT, RECEIVE_AND_POST and RECEIVE_IMMEDIATE in receive state.
 verdict receive(node& n, conv_side& side, request& verb, bool wait);
 

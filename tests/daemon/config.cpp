@@ -42,6 +42,7 @@ const struct { const char* text; u32 line, column, width; const char* told; } fa
     {"[log]\nlevel = \"warn\"", 2, 9, 6, "must be \"error\", \"warning\", \"info\" or \"debug\""},
     {"[log]\nlevel = \"inf\"", 2, 9, 5, "must be \"error\", \"warning\", \"info\" or \"debug\"; did you mean \"info\"?"},
     {"[limits]\nclients = 0", 2, 11, 1, "must be a number from 1 to 20000"},
+    {"[limits]\nunread_kib_per_conversation = 16385", 2, 31, 5, "must be a number from 1 to 16384"},
     {"[times]\nstart_seconds = 0", 2, 17, 1, "must be a number from 1 to 86400"},
     {"[times]\nattach_seconds = 1.5", 2, 18, 3, "must be a number from 1 to 86400"},
     {"[lu]\nalias = \"A\"", 1, 1, 4, "must be [[lu]], once for each"},
@@ -87,7 +88,8 @@ TEST_F(Config, sets_what_it_names_and_tells_all_faults_in_order)
 {
     const settings read = read_config(written("network = \"NET\"\n[access]\nmode = \"0660\"\nusers = [\"root\", \"77\"]\n"
                                               "[tp_servers]\ngroups = [\"78\"]\n"
-                                              "[log]\nlevel = \"debug\"\n[[lu]]\nalias = \"A\"\n"
+                                              "[log]\nlevel = \"debug\"\n[limits]\nunread_kib_per_conversation = 7\n"
+                                              "[[lu]]\nalias = \"A\"\n"
                                               "[[program]]\ntp_name = \"ECHO\"\ncommand = [\"/a\", \"b\"]\n"
                                               "environment = { X = \"1\" }\n"));
     settings expected;
@@ -96,9 +98,11 @@ TEST_F(Config, sets_what_it_names_and_tells_all_faults_in_order)
     expected.access.users = {0, 77};
     expected.tp_servers.groups = {78};
     expected.log.most = level::debug;
+    expected.limits.unread_kib_per_conversation = 7;
     expected.lus = {{"A", "NET.A"}};
     expected.programs = {{"ECHO", {"/a", "b"}, "", {{"X", "1"}}}};
     EXPECT_TRUE(read == expected);
+    EXPECT_EQ(engine_configuration(read).unread_bytes, 7u * 1024);
     try {
         read_config(written("x = 1\nname = 2\n"));
         ADD_FAILURE();
@@ -114,7 +118,7 @@ settings all_different()
     other.name = other.network = other.socket = "/other";
     other.access = {0, "other", {1}, {1}};
     other.log = {"/other", level::error};
-    other.limits = {1, 1, 1, 1, 1};
+    other.limits = {1, 1, 1, 1, 1, 1};
     other.times = {1, 1, 1};
     other.tp_servers = {{1}, {1}};
     return other;

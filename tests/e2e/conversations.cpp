@@ -192,6 +192,25 @@ private:
     completion_flag done_;
 };
 
+// More than any node lets a sender be ahead without asking what the receiver does.
+TEST(Conversation, sends_all_it_has_before_the_same_thread_receives_it)
+{
+    constexpr std::size_t records = 40;
+    program sender = program::start("HERE", "SOURCE");
+    sender.allocate("THERE", "SINK", APPC_SYNC_NONE);
+    const program sink = program::accept("SINK");
+    for (int round = 0; round < 2; ++round) {
+        for (std::size_t each = 0; each < records; ++each)
+            EXPECT_EQ(sender.send(record_of(60'000 + each)), ok);
+        for (std::size_t each = 0; each < records; ++each)
+            EXPECT_TRUE(sink.receive().data == record_of(60'000 + each)) << each;
+    }
+    EXPECT_EQ(sender.deallocate(), ok);
+    EXPECT_EQ(sink.receive().outcome, deallocated);
+    EXPECT_EQ(sink.end(), ok);
+    EXPECT_EQ(sender.end(), ok);
+}
+
 TEST(Conversation, mixes_a_waiting_sender_with_a_receiver_that_lives_in_callbacks)
 {
     program sender = program::start("HERE", "SOURCE");

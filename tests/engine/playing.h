@@ -78,7 +78,7 @@ public:
     u8* add(client_id client, frame_kind kind, u32 path, u32 size) override;
 
     void feed(const frame& input) { node.accept(input, *this); }
-    void time(u64 now_ms) { feed({.kind = frame_kind::time_passed, .now_ms = now_ms}); }
+    void time(u64 now_ms) { feed({.kind = frame_kind::time_passed, .now_ms = told_ms = now_ms}); }
     void client_gone(client_id client) { feed({.kind = frame_kind::client_gone, .client = client}); }
 
     template <typename Datagram>
@@ -96,6 +96,7 @@ public:
     engine node;
     std::vector<got> frames;
     unsigned refuse_next = 0;  // frames for which there is no memory
+    u64 told_ms = 0;
     u32 next_number = 100;     // for paths, handles and pending verbs: all different
 };
 

@@ -165,7 +165,13 @@ void play_step(actor& by, step s)
     if (by.conv_type == APPC_BASIC)
         s.data = coded(s.data, false);
     const auto verb = verbs_by_name.find(s.verb);
-    if (s.verb == "then") {
+    world& in = *by.tp.w;
+    if (s.verb == "later") {
+        in.time(in.told_ms + s.length());
+    } else if (s.verb == "due") {
+        const auto deadline = in.node.deadline_ms();
+        EXPECT_EQ(deadline ? std::to_string(*deadline - in.told_ms) : "never", s.expected);
+    } else if (s.verb == "then") {
         EXPECT_EQ(then(by), s.expected);
     } else if (verb != verbs_by_name.end()) {
         by.waiting.push_back(verb->second(by, s));

@@ -4,7 +4,8 @@
 //
 // Without => a verb is expected to be answered with OK. Else: waits; the codes in hex, the secondary one behind a slash; what
 // was received, ~ behind an incomplete record, = behind data of fill buffer, then <send>, <confirm> and so on; the state; and
-// rts or expd where the answer tells those. "then" stands for the first answer that has come to a verb that waited.
+// rts or expd where the answer tells those. "then" stands for the first answer that has come to a verb that waited, "later" for
+// so many milliseconds that pass, and "due" for those until something happens by itself.
 // On basic conversations _ is a zero byte, a digit that byte, and C the byte with only the high bit.
 #pragma once
 

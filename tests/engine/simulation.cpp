@@ -32,8 +32,12 @@ bytes make_data(const talk& t, u32 which, u32 expedited, u32 sequence)
     return data;
 }
 
-simulation::simulation(u32 seed) : random(seed)
+simulation::simulation(u32 seed) : random(seed), paces(seed % 2 == 0)
 {
+    configuration with;
+    if (paces)
+        with.unread_bytes = any(1000);
+    node.configure(with);
     for (u32 i = 0; i < CLIENTS * PLAYERS_OF_EACH; ++i)
         players.emplace_back(*this, 1 + i % CLIENTS);
 }
@@ -52,9 +56,7 @@ void simulation::one_event()
     if (once_in(200))
         refuse_next = 1 + any(3);
     if (once_in(100)) {
-        now_ms += any(once_in(5) ? 40'000 : 5'000);
-        time(now_ms);
-        look_at_frames();
+        pass_time(any(once_in(5) ? 40'000 : 5'000));
     } else if (once_in(1000)) {
         end_client(1 + any(CLIENTS));
     } else if (once_in(40) && !talks.empty()) {
@@ -82,6 +84,20 @@ void simulation::refuse_an_offer()
                 wrong("an attach that was refused waits for nobody");
             return;
         }
+}
+
+void simulation::pass_time(u32 for_ms)
+{
+    now_ms += for_ms;
+    time(now_ms);
+    look_at_frames();
+    if (node.deadline_ms().value_or(now_ms + 1) <= now_ms)
+        wrong("what was due has not happened");
+    for (const player& each : players)
+        for (const auto& [number, verb] : each.waiting)
+            if (paces && is_honest(each) && for_ms >= 20 && verb.opcode == SEND_DATA && verb.type == APPC_SEND_NONE &&
+                verb.about->number % 40 != 0)
+                wrong("a sender waits for good");
 }
 
 void simulation::act(player& p)

@@ -90,6 +90,7 @@ private:
     void note(const player& p, const char* what, u16 opcode, const issued& verb);
 
     void one_event();
+    void pass_time(u32 for_ms);
     void act(player& p);
     void begin(player& p);
     void take_offer(player& p);
@@ -125,6 +126,7 @@ private:
     void check_counts();
 
     std::mt19937 random;
+    bool paces;  // senders are held back soon, but not for long
     std::deque<player> players;
     std::deque<talk> talks;
     std::set<client_id> lost_clients;

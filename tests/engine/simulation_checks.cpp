@@ -365,7 +365,7 @@ bool simulation::leave()
     for (client_id client = 1; client <= CLIENTS; ++client)
         end_client(client);
     time(now_ms += 40'000);
-    if (node.counts() != record_counts{})
+    if (node.counts() != record_counts{} || node.deadline_ms())
         wrong("the node keeps records of clients that are gone");
     return fault.empty();
 }

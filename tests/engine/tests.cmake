@@ -1,5 +1,5 @@
 tessaly_test(NAME engine_test
-    SOURCES playing.cpp scripts.cpp dialogues.cpp attaches.cpp properties.cpp refusals.cpp configured.cpp tp_servers.cpp attach_queries.cpp
+    SOURCES playing.cpp scripts.cpp dialogues.cpp attaches.cpp properties.cpp refusals.cpp configured.cpp pacing.cpp tp_servers.cpp attach_queries.cpp
     LINK tessaly_engine)
 
 # Long runs; their own program, so that the stories above stay quick to build and start.
