@@ -1,5 +1,6 @@
 target_sources(tessaly_daemon PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/../runtime/slots.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/admission.cpp
     ${CMAKE_CURRENT_LIST_DIR}/config.cpp
     ${CMAKE_CURRENT_LIST_DIR}/connection.cpp
     ${CMAKE_CURRENT_LIST_DIR}/listener.cpp

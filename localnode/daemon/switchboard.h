@@ -38,6 +38,9 @@ public:
     void drop_gone() noexcept { gone_.clear(); }
 
 private:
+    // Connections that stay until they can be told that they are refused; a connection that is closed before loses what was sent.
+    static constexpr u32 MOST_REFUSED = 16;
+
     node::refusal refusal_for(const ucred& peer) const;
     bool may_connect(const ucred& peer) const;
     node::client_rights rights_of(const connection& client) const;
