@@ -35,9 +35,9 @@ bool connection::send_welcome(const node::welcome& answer) noexcept
     return sendmsg(socket_.get(), &packet, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
-ssize_t connection::receive(std::span<u8, node::LONGEST_PACKET> into) noexcept
+ssize_t connection::receive(std::span<u8, node::LONGEST_PACKET> into, int flags) noexcept
 {
-    const ssize_t got = runtime::receive_packet(socket_.get(), into.data(), into.size(), MSG_DONTWAIT | MSG_TRUNC);
+    const ssize_t got = runtime::receive_packet(socket_.get(), into.data(), into.size(), flags | MSG_TRUNC);
     if (got > static_cast<ssize_t>(into.size())) {
         errno = EMSGSIZE;
         return -1;

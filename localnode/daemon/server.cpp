@@ -11,12 +11,14 @@
 #include <csignal>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace tessaly::daemon {
 
 namespace {
 
 constexpr int RETRY_MS = 500;
+constexpr u32 PACKETS_ALONE = 64;  // what changing over costs is little beside them
 
 void watch(int poller, int fd, void* as)
 {
@@ -40,7 +42,8 @@ sigset_t signals_taken() noexcept
 
 server::server(settings& with, std::string config, listener& clients)
     : settings_(with), config_(std::move(config)), listener_(clients), poller_(epoll_create1(EPOLL_CLOEXEC)),
-      programs_(with.socket), switchboard_(poller_.get(), with, programs_)
+      programs_(with.socket), switchboard_(poller_.get(), with, programs_),
+      line_(poller_.get())
 {
     const sigset_t taken = signals_taken();
     signals_ = unique_fd{signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK)};
@@ -55,6 +58,9 @@ void server::run()
         switchboard_.pass_time(count == 0 ? runtime::precise_now_ms() : runtime::cheap_now_ms());
         for (int i = 0; i < count; ++i)
             handle(events_[i]);
+        if (!runtime::several_processors)
+            if (connection* const client = alone(count))
+                switchboard_.serve_alone(*client, line_);
         switchboard_.drop_gone();
         if (!admits_)
             admit_clients();
@@ -71,6 +77,20 @@ int server::timeout_ms() const noexcept
     const u64 now = runtime::precise_now_ms();
     const u64 left = *deadline > now ? std::min<u64>(*deadline - now, 3'600'000) : 0;
     return at_most < 0 ? static_cast<int>(left) : std::min(at_most, static_cast<int>(left));
+}
+
+// The client whose packets have been the only news for a while. Null: there is none, or the poller's timeout is needed.
+connection* server::alone(int count) noexcept
+{
+    void* const now = count == 1 ? events_[0].data.ptr : nullptr;
+    const u32 packets = switchboard_.packets();
+    if (std::exchange(last_, now) != now)
+        packets_before_ = packets;
+    if (packets - packets_before_ < PACKETS_ALONE || now == nullptr || now == &signals_ || now == &listener_ || !admits_)
+        return nullptr;
+    last_ = nullptr;
+    connection* const client = static_cast<connection*>(now);
+    return switchboard_.may_be_alone(*client) ? client : nullptr;
 }
 
 int server::wait_for_news(int timeout)
@@ -164,6 +184,7 @@ void server::say_goodbye()
 {
     notify_manager("STOPPING=1");
     switchboard_.terminate();
+    switchboard_.drop_gone();
     const u64 until = runtime::precise_now_ms() + settings_.times.stop_seconds * 1000;
     for (u64 now = 0; switchboard_.clients() != 0 && (now = runtime::precise_now_ms()) < until;) {
         const int count = epoll_wait(poller_.get(), events_, std::size(events_), static_cast<int>(until - now));

@@ -23,6 +23,7 @@ public:
 private:
     int wait_for_news(int timeout_ms);
     int timeout_ms() const noexcept;
+    connection* alone(int count) noexcept;
     void handle(const epoll_event& event);
     void admit_clients();
     void take_signals();
@@ -36,7 +37,10 @@ private:
     unique_fd signals_;
     programs programs_;
     switchboard switchboard_;
+    private_line line_;
     runtime::looking look_{100};
+    void* last_ = nullptr;    // whose event was the only one of the last round
+    u32 packets_before_ = 0;  // that had come when it became so
     bool stopping_ = false;
     bool admits_ = true;  // false while the system has no descriptor for another client
     epoll_event events_[64];

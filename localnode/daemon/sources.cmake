@@ -6,6 +6,7 @@ target_sources(tessaly_daemon PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/listener.cpp
     ${CMAKE_CURRENT_LIST_DIR}/options.cpp
     ${CMAKE_CURRENT_LIST_DIR}/outgoing.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/private_line.cpp
     ${CMAKE_CURRENT_LIST_DIR}/programs.cpp
     ${CMAKE_CURRENT_LIST_DIR}/server.cpp
     ${CMAKE_CURRENT_LIST_DIR}/status_report.cpp

@@ -80,39 +80,60 @@ connection* switchboard::find(node::client_id id)
 
 void switchboard::take_packets(connection& from)
 {
-    for (u32 taken = 0; taken < MOST_PACKETS_A_ROUND && from.now != connection::stage::gone; ++taken)
-        if (!take_packet(from))
+    for (u32 taken = 0; taken < MOST_PACKETS_A_ROUND && from.now != connection::stage::gone; ++taken) {
+        const std::span<const u8> packet = receive(from, MSG_DONTWAIT);
+        if (packet.empty() || !take(from, packet))
             break;
+    }
     settle();
 }
 
-// Result: whether to look for another packet at once. Behind an answer there is none as a rule.
-bool switchboard::take_packet(connection& from)
+// While the engine waits for time, while somebody is to be closed or does not take what it is sent, the poller is needed.
+bool switchboard::may_be_alone(const connection& client) const
 {
-    const ssize_t got = from.receive(received_);
-    if (got < 0) {
-        if (errno == EMSGSIZE)
-            drop(from, level::warning, "sent a packet that is too long");
-        else if (errno == EFAULT)
-            drop(from, level::warning, "named memory that is not there");
-        else if (errno != EAGAIN && errno != EINTR)
-            drop(from, level::info, error_text(errno));
-        return false;
-    }
-    if (got == 0) {
-        drop(from, from.now == connection::stage::greeting ? level::debug : level::info, "left");
-        return false;
-    }
-    try {
-        return take(from, {received_, static_cast<std::size_t>(got)});
-    } catch (const std::exception& error) {
-        drop(from, level::error, error.what());
-        return false;
-    }
+    return client.now == connection::stage::conversing && !client.watched_for_room && gone_.empty() && !deadline_ms();
 }
 
-bool switchboard::take(connection& from, std::span<const u8> packet)
+void switchboard::serve_alone(connection& client, private_line& line)
 {
+    watch(client, 0);
+    if (line.begin(client.socket())) {
+        log(level::debug, "client ", client.id, ": is alone");
+        const u32 before = packets_;
+        for (std::span<const u8> packet; may_be_alone(client) && !(packet = receive(client, 0)).empty();) {
+            pass_time(runtime::cheap_now_ms());
+            take(client, packet);
+            settle();
+        }
+        line.end();
+        log(level::debug, "client ", client.id, ": is not alone any more, after ", packets_ - before, " packets");
+    }
+    if (client.now != connection::stage::gone)
+        watch_for_room(client, client.watched_for_room);
+}
+
+// What has come or, without MSG_DONTWAIT, what comes next. Empty: nothing, or the client is gone.
+std::span<const u8> switchboard::receive(connection& from, int flags)
+{
+    const ssize_t got = from.receive(received_, flags);
+    if (got > 0) [[likely]] {
+        ++packets_;
+        return {received_, static_cast<std::size_t>(got)};
+    }
+    if (got == 0)
+        drop(from, from.now == connection::stage::greeting ? level::debug : level::info, "left");
+    else if (errno == EMSGSIZE)
+        drop(from, level::warning, "sent a packet that is too long");
+    else if (errno == EFAULT)
+        drop(from, level::warning, "named memory that is not there");
+    else if (errno != EAGAIN && errno != EINTR)
+        drop(from, level::info, error_text(errno));
+    return {};
+}
+
+// Result: whether to look for another packet at once. Behind an answer there is none as a rule.
+bool switchboard::take(connection& from, std::span<const u8> packet)
+try {
     switch (from.now) {
     case connection::stage::greeting: return greet(from, packet);
     case connection::stage::conversing: return converse(from, packet);
@@ -120,6 +141,9 @@ bool switchboard::take(connection& from, std::span<const u8> packet)
     case connection::stage::gone: break;
     }
     return true;  // to no effect
+} catch (const std::exception& error) {
+    drop(from, level::error, error.what());
+    return false;
 }
 
 bool switchboard::greet(connection& from, std::span<const u8> packet)
@@ -215,12 +239,17 @@ try {
     drop(to, level::error, "no memory for what it is sent");
 }
 
-void switchboard::watch_for_room(connection& of, bool wanted)
+void switchboard::watch(connection& of, u32 events)
 {
     epoll_event event{};
-    event.events = wanted ? EPOLLIN | EPOLLOUT : EPOLLIN;
+    event.events = events;
     event.data.ptr = &of;
     epoll_ctl(poller_, EPOLL_CTL_MOD, of.socket(), &event);
+}
+
+void switchboard::watch_for_room(connection& of, bool wanted)
+{
+    watch(of, wanted ? EPOLLIN | EPOLLOUT : EPOLLIN);
     of.watched_for_room = wanted;
 }
 
@@ -336,7 +365,6 @@ void switchboard::drop(connection& dropped, level of, std::string_view reason)
         departed_.push_back(dropped.id);
     refused_ -= dropped.refused != node::refusal::none;
     dropped.now = connection::stage::gone;
-    dropped.close();
     const auto at = connections_.find(dropped.id);
     gone_.push_back(std::move(at->second));
     connections_.erase(at);

@@ -4,6 +4,7 @@
 
 #include "localnode/daemon/connection.h"
 #include "localnode/daemon/outgoing.h"
+#include "localnode/daemon/private_line.h"
 #include "localnode/daemon/programs.h"
 #include "localnode/daemon/settings.h"
 #include "localnode/daemon/status_report.h"
@@ -25,12 +26,19 @@ public:
     void take_packets(connection& from);
     void send_waiting(connection& to);
 
+    // Takes one client's packets as they come, waiting for them on its socket, until there is any other news.
+    void serve_alone(connection& client, private_line& line);
+    bool may_be_alone(const connection& client) const;
+
     void pass_time(u64 now_ms);
     void reap_programs();
     std::optional<u64> deadline_ms() const { return engine_.deadline_ms(); }
 
     // Tells all clients that the node stops, and takes nothing from them any more.
     void terminate();
+
+    // How many have come; their difference counts, since it starts again at 0.
+    u32 packets() const noexcept { return packets_; }
 
     std::size_t clients() const noexcept { return connections_.size(); }
 
@@ -45,7 +53,7 @@ private:
     bool may_connect(const ucred& peer) const;
     node::client_rights rights_of(const connection& client) const;
     void note_missing_rights(connection& from, const node::frame& sent);
-    bool take_packet(connection& from);
+    std::span<const u8> receive(connection& from, int flags);
     bool take(connection& from, std::span<const u8> packet);
     bool greet(connection& from, std::span<const u8> packet);
     bool converse(connection& from, std::span<const u8> packet);
@@ -54,6 +62,7 @@ private:
     void start_program(std::span<const u8> packet);
     void send_to(connection& to, std::span<const u8> packet);
     void report_status(connection& to);
+    void watch(connection& of, u32 events);
     void watch_for_room(connection& of, bool wanted);
     void leave(connection& leaving);
 
@@ -75,6 +84,7 @@ private:
     std::vector<u32> not_started_;           // attaches for which no program could be started, the same
     node::client_id last_id_ = 0;
     u32 refused_ = 0;  // connections
+    u32 packets_ = 0;
     u64 told_ms_ = 0;
     const u64 began_ms_;
     alignas(16) u8 received_[node::LONGEST_PACKET];

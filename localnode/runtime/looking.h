@@ -17,6 +17,9 @@ inline int usable_processors() noexcept
     return sched_getaffinity(0, sizeof usable, &usable) == 0 ? CPU_COUNT(&usable) : 1;
 }
 
+// As it was when the program began.
+inline const bool several_processors = usable_processors() > 1;
+
 class looking {
 public:
     constexpr explicit looking(u32 looks) noexcept : looks_(looks) {}
@@ -43,8 +46,6 @@ public:
     }
 
 private:
-    static inline const bool several_processors = usable_processors() > 1;
-
     u32 looks_;
     u32 leave_out_ = 0;
     u32 left_out_ = 0;

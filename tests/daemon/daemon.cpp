@@ -2,6 +2,7 @@
 
 #include "localnode/daemon/status_protocol.h"
 
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -85,6 +86,20 @@ void DaemonTest::start(const std::string& text)
 {
     write_config(text);
     node_.emplace(std::vector<std::string>{TESSALY_NODE_PROGRAM, "--foreground", "--config", config}, directory);
+}
+
+void DaemonTest::start_on_one_processor(const std::string& text)
+{
+    cpu_set_t own, one;
+    CPU_ZERO(&one);
+    ASSERT_EQ(sched_getaffinity(0, sizeof own, &own), 0);
+    int first = 0;
+    while (!CPU_ISSET(first, &own))
+        ++first;
+    CPU_SET(first, &one);
+    sched_setaffinity(0, sizeof one, &one);
+    start(text);
+    sched_setaffinity(0, sizeof own, &own);
 }
 
 ending DaemonTest::run(std::initializer_list<const char*> arguments) const

@@ -51,6 +51,7 @@ protected:
 
     // Returns when the node has said that it is ready, as it says it to a service manager. The library of this process uses it.
     void start(const std::string& config = "");
+    void start_on_one_processor(const std::string& config);
     void write_config(const std::string& config) const;
 
     // Another run with these arguments, until it ends. Result: its exit code and what it printed.
