@@ -341,16 +341,25 @@ void switchboard::accept(const node::frame& input)
         else
             log(level::error, "the engine: ", error.what());
     }
-    deliver();
+    deliver(input.client);
 }
 
-void switchboard::deliver()
+void switchboard::deliver(const outgoing::packet& packet)
 {
-    for (const outgoing::packet& packet : out_.packets())
-        if (packet.client == 0)
-            start_program(packet.bytes);
-        else if (connection* const to = find(packet.client); to != nullptr && to->now == connection::stage::conversing)
-            send_to(*to, packet.bytes);
+    if (packet.client == 0)
+        start_program(packet.bytes);
+    else if (connection* const to = find(packet.client); to != nullptr && to->now == connection::stage::conversing)
+        send_to(*to, packet.bytes);
+}
+
+// Whoever caused it gets its packets first: on one processor it has often asked again before the others run, and its next packet is
+// found together with theirs.
+void switchboard::deliver(node::client_id cause)
+{
+    for (const bool to_cause : {true, false})
+        for (const outgoing::packet& packet : out_.packets())
+            if ((packet.client == cause) == to_cause)
+                deliver(packet);
     for (const node::client_id client : out_.starved())
         if (connection* const to = find(client))
             drop(*to, level::error, "no memory for what it is sent");

@@ -69,7 +69,8 @@ private:
     void feed(const node::frame& input);
     void accept(const node::frame& input);
     void settle();
-    void deliver();
+    void deliver(node::client_id cause);
+    void deliver(const outgoing::packet& packet);
     void drop(connection& dropped, level of, std::string_view reason);
     connection* find(node::client_id id);
 
