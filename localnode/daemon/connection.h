@@ -41,9 +41,9 @@ public:
     bool send_welcome(const node::welcome& answer) noexcept;
 
     // The next packet, and behind its header what lies in a slot of it, copied before anything looks at it: the client can write
-    // there at any time. Blocks without MSG_DONTWAIT in flags, if the socket does. Result: the length of the whole; 0 at the end of the
-    // connection; -1 with errno, which is EMSGSIZE for a packet that is too long and EFAULT for one that names a slot that it may
-    // not name.
+    // there at any time. Blocks without MSG_DONTWAIT in flags, if the socket does. Result: the length of the whole; 0 at the end
+    // of the connection; -1 with errno, which is EMSGSIZE for a packet that is too long and EFAULT for one that names a slot that
+    // it may not name.
     ssize_t receive(std::span<u8, node::LONGEST_PACKET> into, int flags) noexcept;
 
     // Sends what waits, as far as the client takes it. False when the connection is broken.

@@ -352,8 +352,8 @@ void switchboard::deliver(const outgoing::packet& packet)
         send_to(*to, packet.bytes);
 }
 
-// Whoever caused it gets its packets first: on one processor it has often asked again before the others run, and its next packet is
-// found together with theirs.
+// Whoever caused it gets its packets first: on one processor it has often asked again before the others run, and its next packet
+// is found together with theirs.
 void switchboard::deliver(node::client_id cause)
 {
     for (const bool to_cause : {true, false})

@@ -20,7 +20,7 @@ constexpr int FLOOD = 1500;  // more packets than a socket holds, and then as ma
 
 using Alone = DaemonTest;
 
-void talk(const raw_client& client, int times = MANY)
+void talk(raw_client& client, int times = MANY)
 {
     for (int i = 0; i < times; ++i)
         ASSERT_TRUE(client.send(echo()) && client.receive() == echo()) << i;
@@ -51,7 +51,7 @@ TEST_F(Alone, a_client_that_has_fallen_silent_keeps_nothing_else_waiting)
         for (int i = 0; i < FLOOD && each.what == std::string("it takes nothing"); ++i)
             ASSERT_EQ(lone->receive(), echo(2000)) << i;
     }
-    const raw_client last{socket};
+    raw_client last{socket};
     ASSERT_TRUE(last.greet());
     talk(last, 10'000);
     EXPECT_EQ(stop(SIGTERM), 0);
