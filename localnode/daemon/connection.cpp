@@ -14,25 +14,10 @@ constexpr std::size_t BYTES_PER_ENTRY = 32;  // so that many small packets count
 
 }  // namespace
 
-bool connection::send_welcome(const node::welcome& answer) noexcept
+bool connection::send_welcome(const node::welcome& answer, bool with_memory) noexcept
 {
-    const unique_fd memory{answer.refused == node::refusal::none ? slots_.make() : -1};
-    iovec part{const_cast<node::welcome*>(&answer), sizeof answer};
-    msghdr packet{};
-    packet.msg_iov = &part;
-    packet.msg_iovlen = 1;
-    const int descriptor = memory.get();
-    alignas(cmsghdr) u8 extra[CMSG_SPACE(sizeof descriptor)]{};
-    if (memory) {
-        packet.msg_control = extra;
-        packet.msg_controllen = sizeof extra;
-        cmsghdr& handed_over = *CMSG_FIRSTHDR(&packet);
-        handed_over.cmsg_level = SOL_SOCKET;
-        handed_over.cmsg_type = SCM_RIGHTS;
-        handed_over.cmsg_len = CMSG_LEN(sizeof descriptor);
-        std::memcpy(CMSG_DATA(&handed_over), &descriptor, sizeof descriptor);
-    }
-    return sendmsg(socket_.get(), &packet, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+    const unique_fd memory{with_memory ? slots_.make() : -1};
+    return runtime::send_with_descriptor(socket_.get(), &answer, sizeof answer, memory.get(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
 ssize_t connection::receive(std::span<u8, node::LONGEST_PACKET> into, int flags) noexcept
@@ -63,11 +48,13 @@ ssize_t connection::receive(std::span<u8, node::LONGEST_PACKET> into, int flags)
 connection::result connection::try_to_send(std::span<const u8> packet) noexcept
 {
     node::packet_header header;
-    if (packet.size() >= runtime::SHORTEST_IN_SLOT) {
+    u8 slot = 0;
+    if (packet.size() >= runtime::SHORTEST_IN_SLOT)
+        slot = slots_.put(packet.subspan(sizeof header), {});
+    if (slot != 0) {
         std::memcpy(&header, packet.data(), sizeof header);
-        header.slot = slots_.put(packet.subspan(sizeof header), {});
-        if (header.slot != 0)
-            packet = {reinterpret_cast<const u8*>(&header), sizeof header};
+        header.slot = slot;
+        packet = {reinterpret_cast<const u8*>(&header), sizeof header};
     }
     ssize_t sent = 0;
     do
@@ -75,11 +62,9 @@ connection::result connection::try_to_send(std::span<const u8> packet) noexcept
     while (sent < 0 && errno == EINTR);
     if (sent >= 0) [[likely]]
         return result::sent;
-    const int reason = errno;
-    if (packet.data() == reinterpret_cast<const u8*>(&header))
-        slots_.free(header.slot);
-    errno = reason;
-    return reason == EAGAIN || reason == ENOBUFS ? result::must_wait : result::broken;
+    if (slot != 0)
+        slots_.free(slot);
+    return errno == EAGAIN || errno == ENOBUFS ? result::must_wait : result::broken;
 }
 
 bool connection::send(std::span<const u8> packet)

@@ -37,8 +37,8 @@ public:
     // errno, when the connection is broken. Throws std::bad_alloc.
     bool send(std::span<const u8> packet);
 
-    // The answer to a greeting. A client that is admitted gets memory for long frames with it, if there is any.
-    bool send_welcome(const node::welcome& answer) noexcept;
+    // The answer to a greeting, with memory for long frames if there is any. False, with errno, when it cannot be sent.
+    bool send_welcome(const node::welcome& answer, bool with_memory) noexcept;
 
     // The next packet, and behind its header what lies in a slot of it, copied before anything looks at it: the client can write
     // there at any time. Blocks without MSG_DONTWAIT in flags, if the socket does. Result: the length of the whole; 0 at the end

@@ -16,7 +16,7 @@
 
 namespace tessaly::daemon {
 
-// begin and end are for the loop's thread, in turns.
+// All is for the loop's thread; begin and end in turns.
 class private_line {
 public:
     // poller: an epoll instance, the news of which end the line. It must outlive this.
@@ -28,6 +28,10 @@ public:
     // Makes that socket blocking until there is news; then receiving fails with EAGAIN. False, with the socket as it was, when
     // there can be no sentry.
     bool begin(int socket) noexcept;
+
+    // Whether there has been no news yet. To be asked before each packet: those of a client that never falls silent come even
+    // from a socket that does not block.
+    bool is_quiet() const noexcept { return state_.load() == state::taken; }
 
     // The socket is non-blocking again, and the sentry leaves it alone. Before the socket is closed.
     void end() noexcept;

@@ -18,6 +18,9 @@ using node::frame_kind;
 
 constexpr u32 MOST_PACKETS_A_ROUND = 16;
 
+// Connections with memory for long frames: a 32-bit process has no room for that of any number.
+constexpr std::size_t MOST_SHARING = 1000;
+
 template <typename Record>
 std::span<const u8> bytes_of(const Record& record) noexcept
 {
@@ -100,7 +103,7 @@ void switchboard::serve_alone(connection& client, private_line& line)
     if (line.begin(client.socket())) {
         log(level::debug, "client ", client.id, ": is alone");
         const u32 before = packets_;
-        for (std::span<const u8> packet; may_be_alone(client) && !(packet = receive(client, 0)).empty();) {
+        for (std::span<const u8> packet; may_be_alone(client) && line.is_quiet() && !(packet = receive(client, 0)).empty();) {
             pass_time(runtime::cheap_now_ms());
             take(client, packet);
             settle();
@@ -166,7 +169,7 @@ bool switchboard::greet(connection& from, std::span<const u8> packet)
         from.now = connection::stage::conversing;
     log(level::info, "client ", from.id, ": process ", from.peer.pid, ", user ", from.peer.uid, ", group ", from.peer.gid,
         welcome.refused == node::refusal::none ? "" : ", refused");
-    if (!from.send_welcome(welcome))
+    if (!from.send_welcome(welcome, welcome.refused == node::refusal::none && connections_.size() <= MOST_SHARING))
         drop(from, level::info, error_text(errno));
     else if (welcome.refused != node::refusal::none)
         leave(from);

@@ -9,8 +9,8 @@ namespace tessaly::node {
 
 // What the block and the data of a message come behind. Numbers are in the order of the machine.
 struct packet_header {
-    u8 kind = 0;  // frame_kind, or ECHO
-    u8 slot = 0;  // of the shared memory, where block and data lie; 0: they follow
+    u8 kind = 0;          // frame_kind, or ECHO
+    u8 slot = 0;          // of the shared memory, where block and data lie; 0: they follow
     u8 reserved[2] = {};
     u32 path = 0;         // the client's number for it; 0 where the kind has none
     u32 block_bytes = 0;  // of a message or datagram, else 0
@@ -32,8 +32,8 @@ inline constexpr u32 SLOTS_EACH_WAY = 2;
 inline constexpr u32 SLOT_BYTES = 68 * 1024;  // a message with 65,535 bytes of data fits
 
 struct shared_slots {
-    u32 in_use_by_client;                // 1 once the client can read slots
-    u32 taken[2 * SLOTS_EACH_WAY];       // 0 or 1
+    u32 in_use_by_client;           // 1 once the client can read slots
+    u32 taken[2 * SLOTS_EACH_WAY];  // 0 or 1; the node's slots come first
     alignas(4096) u8 content[2 * SLOTS_EACH_WAY][SLOT_BYTES];
 };
 static_assert(sizeof(shared_slots) % 4096 == 0);

@@ -14,7 +14,7 @@ inline u64 read_clock_ms(clockid_t clock) noexcept
 {
     timespec now{};
     clock_gettime(clock, &now);
-    return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u32>(now.tv_nsec) / 1'000'000;  // 32 bits: no division of 64
+    return static_cast<u64>(now.tv_sec) * 1000 + static_cast<u32>(now.tv_nsec) / 1'000'000;  // which needs no division of 64 bits
 }
 
 inline u64 precise_now_ms() noexcept { return read_clock_ms(CLOCK_MONOTONIC); }

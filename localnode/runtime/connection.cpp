@@ -46,24 +46,6 @@ ssize_t unless_interrupted(Send send) noexcept
     return bytes;
 }
 
-// descriptor: one that came with it; left alone if none did.
-ssize_t receive_with_descriptor(int socket, node::welcome& answer, int& descriptor) noexcept
-{
-    iovec part{&answer, sizeof answer};
-    alignas(cmsghdr) u8 room[CMSG_SPACE(sizeof descriptor)];
-    msghdr packet{};
-    packet.msg_iov = &part;
-    packet.msg_iovlen = 1;
-    packet.msg_control = room;
-    packet.msg_controllen = sizeof room;
-    const ssize_t bytes = unless_interrupted([&] { return recvmsg(socket, &packet, MSG_TRUNC | MSG_CMSG_CLOEXEC); });
-    const cmsghdr* const extra = bytes >= 0 ? CMSG_FIRSTHDR(&packet) : nullptr;
-    if (extra != nullptr && extra->cmsg_level == SOL_SOCKET && extra->cmsg_type == SCM_RIGHTS &&
-        extra->cmsg_len == CMSG_LEN(sizeof descriptor))
-        std::memcpy(&descriptor, CMSG_DATA(extra), sizeof descriptor);
-    return bytes;
-}
-
 }  // namespace
 
 std::unique_ptr<connection> connection::to(std::string_view socket_path) noexcept
@@ -118,7 +100,8 @@ bool connection::greet() noexcept
     }
     node::welcome answer;
     int descriptor = -1;
-    const ssize_t received = receive_with_descriptor(socket_, answer, descriptor);
+    const ssize_t received =
+        unless_interrupted([&] { return receive_with_descriptor(socket_, &answer, sizeof answer, descriptor, MSG_TRUNC); });
     if (descriptor >= 0) {
         slots_.take_over(descriptor);  // without it all frames go through the socket
         close(descriptor);
@@ -148,8 +131,7 @@ status connection::send(const node::frame& sent) noexcept
         return BAD_ARGUMENT;
     const std::size_t content = sent.block.size() + sent.data.size();
     header.slot = content >= SHORTEST_IN_SLOT ? slots_.put(sent.block, sent.data) : u8{0};
-    const ssize_t bytes =
-        header.slot == 0 ? send_parts(header, sent.block, sent.data) : send_parts(header, {}, {});
+    const ssize_t bytes = header.slot == 0 ? send_parts(header, sent.block, sent.data) : send_parts(header, {}, {});
     if (bytes >= 0)
         return DONE;
     if (header.slot != 0)
@@ -195,8 +177,7 @@ reception connection::receive_with(int flags) noexcept
 void connection::take_block(u8* to) noexcept
 {
     const node::packet_header& came = header();
-    const u8* const from =
-        came.slot == 0 ? packet_ + sizeof came : slots_.content(came.slot, came.block_bytes, 0);
+    const u8* const from = came.slot == 0 ? packet_ + sizeof came : slots_.content(came.slot, came.block_bytes, 0);
     if (to != nullptr && came.block_bytes != 0)
         std::memcpy(to, from, came.block_bytes);
     if (came.slot != 0)

@@ -8,7 +8,7 @@
 
 namespace tessaly::runtime {
 
-// One end of it; without memory it has no slot to give. Not for several threads at once.
+// One end of it; without memory it has no slot to give. One thread at a time, but for content().
 class slots {
 public:
     slots() noexcept = default;

@@ -8,10 +8,7 @@
 namespace tessaly::daemon {
 namespace {
 
-using node::frame_kind;
-using talking::codes;
-using talking::ok;
-using talking::program;
+using namespace talking;
 
 constexpr const char* BEGINS = ": is alone";
 constexpr const char* ENDS = ": is not alone any more";
@@ -56,7 +53,7 @@ TEST_F(Alone, a_client_that_has_fallen_silent_keeps_nothing_else_waiting)
     talk(last, 10'000);
     EXPECT_EQ(stop(SIGTERM), 0);
     EXPECT_TRUE(logs("any more, after 9")) << "thousand";
-    EXPECT_EQ(last.receive(), packet(frame_kind::terminated, 0));
+    EXPECT_EQ(last.receive(), packet(node::frame_kind::terminated, 0));
     EXPECT_TRUE(last.is_dropped());
 }
 

@@ -1,6 +1,7 @@
 #include "tests/daemon/daemon.h"
 
 #include "localnode/daemon/status_protocol.h"
+#include "localnode/runtime/socket_calls.h"
 
 #include <sched.h>
 #include <sys/socket.h>
@@ -46,17 +47,12 @@ std::optional<std::string> raw_client::receive()
 {
     std::string packet(2 * node::LONGEST_PACKET, '\0');
     EXPECT_TRUE(is_readable(socket_.get())) << "nothing comes from the node";
-    iovec part{packet.data(), packet.size()};
-    alignas(cmsghdr) char extra[CMSG_SPACE(sizeof(int))];
-    msghdr message{.msg_iov = &part, .msg_iovlen = 1, .msg_control = extra, .msg_controllen = sizeof extra};
-    const ssize_t got = recvmsg(socket_.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    int memory = -1;
+    const ssize_t got = runtime::receive_with_descriptor(socket_.get(), packet.data(), packet.size(), memory, MSG_DONTWAIT);
+    if (memory >= 0)
+        memory_ = unique_fd{memory};
     if (got <= 0)
         return std::nullopt;
-    if (const cmsghdr* handed_over = CMSG_FIRSTHDR(&message)) {
-        int descriptor = -1;
-        std::memcpy(&descriptor, CMSG_DATA(handed_over), sizeof descriptor);
-        memory_ = unique_fd{descriptor};
-    }
     packet.resize(static_cast<std::size_t>(got));
     return packet;
 }

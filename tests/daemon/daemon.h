@@ -18,9 +18,9 @@ public:
     explicit raw_client(const std::string& path);
 
     bool send(std::string_view packet) const;
-    std::optional<std::string> receive();  // the next packet; none when the node has closed the connection
+    std::optional<std::string> receive();         // the next packet; none when the node has closed the connection
     int memory() const { return memory_.get(); }  // a descriptor that came with a packet
-    bool greet();                          // whether the node welcomes it
+    bool greet();                                 // whether the node welcomes it
     bool is_dropped() { return !receive(); }
 
 private:

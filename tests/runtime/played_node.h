@@ -4,6 +4,7 @@
 #include "runtime_fixture.h"
 
 #include "localnode/engine/packet.h"
+#include "localnode/runtime/socket_calls.h"
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -97,10 +98,8 @@ public:
             hello greeting{};
             EXPECT_EQ(recv(client_, &greeting, sizeof greeting, 0), static_cast<ssize_t>(sizeof greeting));
             EXPECT_TRUE(greeting.magic == PACKET_MAGIC && greeting.version == PACKET_VERSION);
-            if (memory >= 0)
-                send_with(welcome, memory);
-            else if (!welcome.empty())
-                send(welcome);
+            if (!welcome.empty())
+                runtime::send_with_descriptor(client_, welcome.data(), welcome.size(), memory, MSG_NOSIGNAL);
         }};
     }
     void meet() { greeter_.join(); }
@@ -137,23 +136,6 @@ public:
     }
 
 private:
-    void send_with(bytes sent, int descriptor) const
-    {
-        iovec part{sent.data(), sent.size()};
-        alignas(cmsghdr) u8 extra[CMSG_SPACE(sizeof descriptor)]{};
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = extra;
-        message.msg_controllen = sizeof extra;
-        cmsghdr& handed_over = *CMSG_FIRSTHDR(&message);
-        handed_over.cmsg_level = SOL_SOCKET;
-        handed_over.cmsg_type = SCM_RIGHTS;
-        handed_over.cmsg_len = CMSG_LEN(sizeof descriptor);
-        std::memcpy(CMSG_DATA(&handed_over), &descriptor, sizeof descriptor);
-        EXPECT_EQ(sendmsg(client_, &message, MSG_NOSIGNAL), static_cast<ssize_t>(sent.size()));
-    }
-
     int listening_ = -1;
     int client_ = -1;
     std::thread greeter_;

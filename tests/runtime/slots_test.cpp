@@ -6,8 +6,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include <optional>
-
 namespace tessaly {
 
 namespace {
