@@ -17,6 +17,7 @@ constexpr std::size_t BYTES_PER_ENTRY = 32;  // so that many small packets count
 bool connection::send_welcome(const node::welcome& answer, bool with_memory) noexcept
 {
     const unique_fd memory{with_memory ? slots_.make() : -1};
+    mailbox_.open(slots_);
     return runtime::send_with_descriptor(socket_.get(), &answer, sizeof answer, memory.get(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
 }
 
@@ -56,10 +57,13 @@ connection::result connection::try_to_send(std::span<const u8> packet) noexcept
         header.slot = slot;
         packet = {reinterpret_cast<const u8*>(&header), sizeof header};
     }
+    if (mailbox_.put(packet))
+        return result::sent;
     ssize_t sent = 0;
     do
         sent = runtime::send_packet(socket_.get(), packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     while (sent < 0 && errno == EINTR);
+    mailbox_.note_sent(sent >= 0);
     if (sent >= 0) [[likely]]
         return result::sent;
     if (slot != 0)

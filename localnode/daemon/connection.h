@@ -2,6 +2,7 @@
 #pragma once
 
 #include "service/unique_fd.h"
+#include "localnode/daemon/mailbox_sender.h"
 #include "localnode/engine/packet.h"
 #include "localnode/runtime/slots.h"
 
@@ -70,6 +71,7 @@ private:
 
     unique_fd socket_;
     runtime::slots slots_;
+    mailbox_sender mailbox_;
     std::deque<waiting_packet> queue_;
     std::size_t queued_bytes_ = 0;  // with what the queue itself needs
 };

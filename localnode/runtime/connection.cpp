@@ -103,7 +103,8 @@ bool connection::greet() noexcept
     const ssize_t received =
         unless_interrupted([&] { return receive_with_descriptor(socket_, &answer, sizeof answer, descriptor, MSG_TRUNC); });
     if (descriptor >= 0) {
-        slots_.take_over(descriptor);  // without it all frames go through the socket
+        if (slots_.take_over(descriptor))  // without it all frames go through the socket
+            mailbox_.use(slots_.mailbox());
         close(descriptor);
     }
     const bool sound = received == sizeof answer && answer.magic == node::PACKET_MAGIC;
@@ -163,7 +164,21 @@ reception connection::receive_with(int flags) noexcept
         unless_interrupted([&] { return receive_packet(socket_, packet_, sizeof packet_, flags | MSG_TRUNC); });
     if (bytes < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
         return reception::nothing;
-    const auto length = static_cast<std::size_t>(std::max<ssize_t>(bytes, 0));
+    ++received_;
+    block_ = packet_ + sizeof(node::packet_header);
+    return judge(static_cast<std::size_t>(std::max<ssize_t>(bytes, 0)));
+}
+
+// The block stays where it is until it is taken.
+reception connection::take_letter(std::span<const u8> letter) noexcept
+{
+    std::memcpy(packet_, letter.data(), std::min(letter.size(), sizeof(node::packet_header)));
+    block_ = letter.data() + sizeof(node::packet_header);
+    return judge(letter.size());
+}
+
+reception connection::judge(std::size_t length) const noexcept
+{
     if (length < sizeof(node::packet_header) || length > sizeof packet_)
         return reception::end;
     const node::packet_header& came = header();
@@ -177,7 +192,7 @@ reception connection::receive_with(int flags) noexcept
 void connection::take_block(u8* to) noexcept
 {
     const node::packet_header& came = header();
-    const u8* const from = came.slot == 0 ? packet_ + sizeof came : slots_.content(came.slot, came.block_bytes, 0);
+    const u8* const from = came.slot == 0 ? block_ : slots_.content(came.slot, came.block_bytes, 0);
     if (to != nullptr && came.block_bytes != 0)
         std::memcpy(to, from, came.block_bytes);
     if (came.slot != 0)
@@ -189,10 +204,20 @@ reception connection::receive_at_once() noexcept
     return receive_with(MSG_DONTWAIT);
 }
 
+reception connection::stop_expecting() noexcept
+{
+    const std::span<const u8> letter = mailbox_.stop();
+    return letter.empty() ? reception::nothing : take_letter(letter);
+}
+
 reception connection::receive(u64 until_ms) noexcept
 {
-    reception got = reception::nothing;
-    if (look_.finds([&] { return (got = receive_at_once()) != reception::nothing; }))
+    if (until_ms == NEVER && mailbox_.listen(received_)) {
+        const std::span<const u8> letter = mailbox_.next();
+        return letter.empty() ? receive_with(0) : take_letter(letter);
+    }
+    reception got = stop_expecting();
+    if (got != reception::nothing || look_.finds([&] { return (got = receive_at_once()) != reception::nothing; }))
         return got;
     if (until_ms == NEVER)
         return receive_with(0);
@@ -226,12 +251,14 @@ void connection::ask_for_echo() noexcept
 void connection::hang_up() noexcept
 {
     shutdown(socket_, SHUT_RDWR);
+    mailbox_.close();
 }
 
 void connection::leave_to_parent() noexcept
 {
     close(socket_);
     socket_ = -1;
+    mailbox_.use(nullptr);
     slots_.forget();
 }
 

@@ -1,9 +1,11 @@
-// A connection to a node in another process: a SOCK_SEQPACKET socket that carries one frame a packet.
+// A connection to a node in another process: a SOCK_SEQPACKET socket that carries one frame a packet, and a mailbox where a
+// thread that waits gets most of them.
 #pragma once
 
 #include "localnode/engine/packet.h"
 #include "localnode/runtime/host.h"
 #include "localnode/runtime/looking.h"
+#include "localnode/runtime/mailbox.h"
 #include "localnode/runtime/slots.h"
 
 #include <sys/un.h>
@@ -34,6 +36,13 @@ public:
     // Takes the next packet if there is one already.
     reception receive_at_once() noexcept;
 
+    // Before something is sent for whose answer this thread may wait: the answer may then come before it waits. Unless another
+    // thread receives.
+    void expect_answer() noexcept { mailbox_.listen(received_); }
+
+    // When it does not wait. Takes the answer if it has come that way.
+    reception stop_expecting() noexcept;
+
     // Waits until something is there to receive, or wake_fd is readable. Without the lock.
     void watch(int wake_fd, u64 until_ms) const noexcept;
 
@@ -62,9 +71,14 @@ private:
     bool set_time_limit(long seconds) noexcept;
     ssize_t send_parts(const node::packet_header& header, std::span<const u8> block, std::span<const u8> data) noexcept;
     reception receive_with(int flags) noexcept;
+    reception take_letter(std::span<const u8> letter) noexcept;
+    reception judge(std::size_t bytes) const noexcept;
 
     int socket_;
+    u32 received_ = 0;  // packets through the socket since the welcome
     slots slots_;
+    mailbox mailbox_;
+    const u8* block_ = nullptr;  // of the packet received last, unless it lies in a slot
     looking look_{100};
     alignas(node::packet_header) u8 packet_[node::LONGEST_PACKET];
 };

@@ -135,6 +135,8 @@ void* run_runtime_thread(void*) noexcept
         const bool callers_deliver = newest != nullptr || attending != 0;
         if (!callers_deliver) {
             deliver_waiting(NEVER_STOP);
+            if (node_elsewhere != nullptr)
+                node_elsewhere->stop_expecting();  // what callbacks have sent for
             if (events_wait()) {
                 let_others_in();
                 continue;
@@ -190,8 +192,10 @@ void call_runtime_thread() noexcept
 
 void call_some_deliverer() noexcept
 {
-    if (node_elsewhere != nullptr && node_elsewhere->was_sent_to())
-        answers_unattended = true;
+    if (node_elsewhere != nullptr) {
+        answers_unattended |= node_elsewhere->was_sent_to();
+        node_elsewhere->stop_expecting();
+    }
     if (attending != 0 || !work_waits())
         return;
     if (newest != nullptr) {

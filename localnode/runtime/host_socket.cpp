@@ -61,6 +61,8 @@ status socket_host::submit(node::frame&& sent) noexcept
 {
     if (connected_ == nullptr)
         return NO_NODE;
+    if (sent.kind == node::frame_kind::message && reader_ == nullptr)
+        connected_->expect_answer();
     const status done = connected_->send(sent);
     const bool unknown_to_node = done != DONE && sent.kind == node::frame_kind::path_closed;
     if (done == PATH_BROKEN || unknown_to_node)
@@ -73,6 +75,12 @@ status socket_host::submit(node::frame&& sent) noexcept
 bool socket_host::was_sent_to() noexcept
 {
     return std::exchange(sent_to_, false);
+}
+
+void socket_host::stop_expecting() noexcept
+{
+    if (may_be_read())
+        take_in(connected_->stop_expecting());
 }
 
 void socket_host::read(waiter& me, u64 until_ms) noexcept
@@ -102,6 +110,7 @@ void socket_host::watch(waiter& me) noexcept
     eventfd_t wake_ups = 0;
     eventfd_read(wake_watcher_, &wake_ups);
     const connection* from = std::exchange(watched_, nullptr);
+    stop_expecting();  // a letter comes before what the socket has
     for (int i = 0; i < MOST_AT_ONCE && from == connected_.get() && may_be_read(); ++i) {
         const reception got = connected_->receive_at_once();
         if (got == reception::nothing)

@@ -23,6 +23,9 @@ public:
     // Whether a message was sent since this was asked last.
     bool was_sent_to() noexcept;
 
+    // Before a thread that does not sleep gives the lock away: the answers to what was sent are left to whoever reads the socket.
+    void stop_expecting() noexcept;
+
     bool may_be_read() const noexcept { return connected_ != nullptr && reader_ == nullptr; }
     bool is_unread() const noexcept { return may_be_read() && watcher_ == nullptr; }
 

@@ -18,6 +18,8 @@ using node::SLOTS_EACH_WAY;
 // Memory that its other user might shorten would be a trap: touching what is gone ends the process.
 constexpr int SEALS = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
 
+constexpr std::size_t WHOLE_BYTES = slots::OWN_PAGE_BYTES + sizeof(node::shared_memory);
+
 constexpr u32 index_of(u8 slot) noexcept { return slot - 1u; }
 constexpr u8 slot_at(u32 index) noexcept { return static_cast<u8>(index + 1); }
 
@@ -31,17 +33,23 @@ slots::~slots()
 void slots::forget() noexcept
 {
     if (shared_ != nullptr)
-        munmap(shared_, sizeof *shared_);
+        munmap(own_page(), WHOLE_BYTES);
     shared_ = nullptr;
 }
 
 bool slots::map(int descriptor) noexcept
 {
-    void* const at = mmap(nullptr, sizeof *shared_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-    if (at == MAP_FAILED)
+    constexpr int ACCESS = PROT_READ | PROT_WRITE;
+    void* const whole = mmap(nullptr, WHOLE_BYTES, ACCESS, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (whole == MAP_FAILED)
         return false;
+    void* const shared = static_cast<u8*>(whole) + OWN_PAGE_BYTES;
+    if (mmap(shared, sizeof *shared_, ACCESS, MAP_SHARED | MAP_FIXED, descriptor, 0) == MAP_FAILED) {
+        munmap(whole, WHOLE_BYTES);
+        return false;
+    }
     forget();
-    shared_ = static_cast<node::shared_slots*>(at);
+    shared_ = static_cast<node::shared_memory*>(shared);
     return true;
 }
 
@@ -78,7 +86,7 @@ u8 slots::put(std::span<const u8> block, std::span<const u8> data) noexcept
         if (taken.load(std::memory_order_acquire) != 0)
             continue;
         taken.store(1, std::memory_order_relaxed);
-        u8* const to = shared_->content[index];
+        u8* const to = shared_->slots[index];
         std::memcpy(to, block.data(), block.size());
         if (!data.empty())
             std::memcpy(to + block.size(), data.data(), data.size());
@@ -93,7 +101,7 @@ const u8* slots::content(u8 slot, u32 block_bytes, u32 data_bytes) const noexcep
     if (shared_ == nullptr || slot == 0 || index_of(slot) - first >= SLOTS_EACH_WAY || block_bytes > SLOT_BYTES ||
         data_bytes > SLOT_BYTES - block_bytes)
         return nullptr;
-    return shared_->content[index_of(slot)];
+    return shared_->slots[index_of(slot)];
 }
 
 void slots::free(u8 slot) noexcept

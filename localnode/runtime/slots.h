@@ -1,4 +1,4 @@
-// The memory that a client and the node share, as either of them uses it: long frames go through its slots (engine/packet.h).
+// The memory that a client and the node share, as either of them has it: long frames go through its slots (engine/packet.h).
 // Whatever the other end does with that memory, this end stays within it, and reads a slot only to copy it.
 #pragma once
 
@@ -26,6 +26,14 @@ public:
     // In a fork's child. Does only what a signal handler may.
     void forget() noexcept;
 
+    // Null without memory.
+    node::shared_mailbox* mailbox() const noexcept { return shared_ != nullptr ? &shared_->mailbox : nullptr; }
+
+    // In front of the mailbox lies a page that the other end has not, for what belongs to it and must have the same distance from
+    // each mailbox. Not to be asked for without memory.
+    static constexpr std::size_t OWN_PAGE_BYTES = 4096;
+    void* own_page() const noexcept { return reinterpret_cast<u8*>(shared_) - OWN_PAGE_BYTES; }
+
     // Puts a frame into a free slot of this end. Result: the number for the packet; 0 when it must go in the packet itself.
     u8 put(std::span<const u8> block, std::span<const u8> data) noexcept;
 
@@ -39,7 +47,7 @@ public:
 private:
     bool map(int descriptor) noexcept;
 
-    node::shared_slots* shared_ = nullptr;
+    node::shared_memory* shared_ = nullptr;
     u32 first_own_ = 0;  // index of this end's first slot; the node's come first
 };
 

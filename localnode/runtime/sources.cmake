@@ -11,6 +11,7 @@ target_sources(tessaly_runtime PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/lock.cpp
     ${CMAKE_CURRENT_LIST_DIR}/logs.cpp
     ${CMAKE_CURRENT_LIST_DIR}/machine.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/mailbox.cpp
     ${CMAKE_CURRENT_LIST_DIR}/memory.cpp
     ${CMAKE_CURRENT_LIST_DIR}/paths.cpp
     ${CMAKE_CURRENT_LIST_DIR}/send.cpp

@@ -4,6 +4,7 @@ endif()
 tessaly_test(NAME daemon_config SOURCES config.cpp LINK tessaly_daemon
     DEFINES TESSALY_NODE_CONFIG="${PROJECT_SOURCE_DIR}/localnode/daemon/tessaly-node.toml")
 tessaly_test(NAME daemon_private_line SOURCES private_line.cpp LINK tessaly_daemon)
+tessaly_test(NAME daemon_mailbox SOURCES mailbox.cpp ${PROJECT_SOURCE_DIR}/localnode/runtime/mailbox.cpp LINK tessaly_daemon)
 
 add_executable(daemon_started_program ${CMAKE_CURRENT_LIST_DIR}/started.cpp)
 target_include_directories(daemon_started_program PRIVATE ${PROJECT_SOURCE_DIR})

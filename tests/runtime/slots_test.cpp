@@ -143,7 +143,7 @@ TEST_F(Slots, are_not_used_in_memory_that_could_shrink_or_is_none_or_that_no_cli
         EXPECT_TRUE(ftruncate(made, bytes_long) == 0 && fcntl(made, F_ADD_SEALS, seals) == 0);
         return made;
     };
-    constexpr off_t WHOLE = sizeof(shared_slots);
+    constexpr off_t WHOLE = sizeof(shared_memory);
     const int descriptors[] = {memory_file(WHOLE, F_SEAL_GROW), memory_file(WHOLE - 1, F_SEAL_SHRINK),
                                memory_file(WHOLE + 1, F_SEAL_SHRINK), open("/dev/zero", O_RDWR | O_CLOEXEC)};
     open_path();  // which fails with its connection
