@@ -12,4 +12,6 @@ target_include_directories(tessaly_runtime_scripted PUBLIC ${tessaly_include_dir
 tessaly_test(NAME runtime_test LINK tessaly_runtime_scripted SOURCES
     delivery_test.cpp diagnostics_test.cpp fork_test.cpp handles_test.cpp threads_test.cpp)
 tessaly_test(NAME socket_test LINK tessaly_runtime_scripted SOURCES socket_test.cpp)
+tessaly_test(NAME mailbox_test LINK tessaly_runtime_scripted SOURCES mailbox_test.cpp
+    ${PROJECT_SOURCE_DIR}/localnode/daemon/mailbox_sender.cpp)
 tessaly_test(NAME slots_test LINK tessaly_runtime_scripted SOURCES slots_test.cpp)
