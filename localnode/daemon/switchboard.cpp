@@ -18,7 +18,8 @@ using node::frame_kind;
 
 constexpr u32 MOST_PACKETS_A_ROUND = 16;
 
-// Connections with memory for long frames: a 32-bit process has no room for that of any number.
+// Connections with shared memory: a 32-bit process has no room for that of any number, and the kernel looks after 2,048 robust
+// futexes.
 constexpr std::size_t MOST_SHARING = 1000;
 
 template <typename Record>

@@ -72,6 +72,30 @@ TEST_F(Letters, that_come_before_their_thread_sleeps_or_gives_the_lock_away_are_
     vpm_release_wait_object(object);
 }
 
+TEST_F(Letters, are_waited_for_until_another_thread_finds_the_node_gone)
+{
+    const u32 path = open_path(), other = open_path();
+    u32 object = 0;
+    on_event = [&](u32 failed, rcv_info& info) {
+        if (info.event == NODE_EVENT_PATH_FAILURE && failed == path)
+            vpm_wakeup(object);
+        return delivered.release(), NODE_RESULT_DONE;
+    };
+    std::thread waiting{[&] {
+        const process_lock lock;
+        object = vpm_allocate_wait_object();
+        EXPECT_EQ(send(path, object), 0);
+        vpm_sleep(object, NO_LIMIT);
+        vpm_release_wait_object(object);
+    }};
+    take(frame_kind::message);
+    hang_up();  // and the mailbox stays open
+    EXPECT_NE(send(other, 1), 0);
+    waiting.join();
+    for (int i = 0; i < 3; ++i)
+        delivered.acquire();  // two failures and the termination
+}
+
 struct hostile_letter {
     const char* what;
     bytes (*made_of)(const bytes& sent);
@@ -90,7 +114,8 @@ const hostile_letter hostile_letters[] = {
         named[offsetof(packet_header, slot)] = SLOTS_EACH_WAY + 1;
         return named;
     }},
-    {"more than there is room for", answer, 0xFFFFFFFF},
+    {"more than there is room for", [](const bytes& sent) { return packet(sent[0], header_of(sent).path, {}, 8000); }, 8016},
+    {"far more", answer, 0xFFFFFFFF},
 };
 
 class HostileLetters : public Letters, public testing::WithParamInterface<hostile_letter> {};
