@@ -10,9 +10,10 @@ namespace tessaly::runtime {
 
 void mailbox::use(node::shared_mailbox* shared) noexcept
 {
-    constexpr u32 OPEN = node::MAILBOX_ANSWERED_FOR | node::MAILBOX_AT_REST;
+    constexpr u32 FLAGS = node::MAILBOX_ANSWERED_FOR | node::MAILBOX_AT_REST;
     at_rest_ = shared != nullptr ? std::atomic_ref{shared->word}.load() : 0;
-    shared_ = (at_rest_ & OPEN) == OPEN ? shared : nullptr;
+    const bool open = (at_rest_ & FLAGS) == FLAGS && at_rest_ != FLAGS;  // that is the word of a node that has died
+    shared_ = open ? shared : nullptr;
     listening_ = false;
 }
 
