@@ -262,6 +262,8 @@ struct disturbances {
 
 std::unique_ptr<talking::node_process> node;  // if it is in a process of its own
 
+bool sends_break = true;  // now and then; guarded by the process lock
+
 void end_node()
 {
     if (node == nullptr)
@@ -316,7 +318,11 @@ bool is_healthy()
     ended_tp.opcode = TP_ENDED;
     std::memcpy(ended_tp.tp_id, started.tp_id, TP_ID_BYTES);
     APPC(&ended_tp);
-    return started.primary_rc == OK && ended_tp.primary_rc == OK;
+    const bool healthy = started.primary_rc == OK && ended_tp.primary_rc == OK;
+    if (!healthy)
+        std::printf("a TP that starts and ends: %04X-%08X, %04X-%08X\n", started.primary_rc, started.secondary_rc,
+                    ended_tp.primary_rc, ended_tp.secondary_rc);
+    return healthy;
 }
 
 // Result: the exit code.
@@ -339,6 +345,7 @@ int stress(u32 threads)
     {
         const process_lock lock;
         end_node();
+        sends_break = false;
     }
     const bool all = books.await_all(60);
     const bool healthy = is_healthy() || (node != nullptr && is_healthy());  // the first may be what meets the loss of the node
@@ -381,7 +388,7 @@ extern "C" tessaly::u16 __wrap_vpm_send_ips(tessaly::u32 path, void* message, te
     random_numbers random(seed ^ (++sends * 2654435761u));
     const auto& header = *static_cast<const tessaly::verb_message_header*>(message);
     const tessaly::tpcb* tp = tessaly::find_tp(header.src_corr);
-    if (tp == nullptr || pick(random, 200) != 0)
+    if (tp == nullptr || !sends_break || pick(random, 200) != 0)
         return __real_vpm_send_ips(path, message, message_bytes, data, data_bytes);
     break_something(*tp, pick(random, 40));
     return 0;
