@@ -37,7 +37,7 @@ private:
     node::shared_mailbox* shared_ = nullptr;
     u32 at_rest_ = 0;  // the word's value
     bool listening_ = false;
-    looking look_{1500};
+    looking look_{1500};  // which take as long as 100 looks at a socket
 };
 
 }  // namespace tessaly::runtime
