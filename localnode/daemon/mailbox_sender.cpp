@@ -89,8 +89,12 @@ bool mailbox_sender::try_to_put(std::span<const u8> packet) noexcept
         std::atomic_ref{shared_->received}.load(std::memory_order_relaxed) != sent_)
         return false;
     std::memcpy(shared_->letter, packet.data(), packet.size());
-    std::atomic_ref{shared_->letter_bytes}.store(static_cast<u32>(packet.size()));
-    return wake();
+    const std::atomic_ref letter_bytes{shared_->letter_bytes};
+    letter_bytes.store(static_cast<u32>(packet.size()));
+    if (wake())
+        return true;
+    letter_bytes.store(0);
+    return false;
 }
 
 void mailbox_sender::count(u32 sent) noexcept

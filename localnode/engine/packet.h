@@ -31,17 +31,18 @@ inline constexpr u16 PACKET_VERSION = 3;
 
 // Where a client waits for its next packet, and the node puts it, if it is short: a letter. A client may wait there only when it
 // has received all packets that came through the socket before, so that packets keep their order:
-// - The client notes how many it has received and that there is no letter, takes MAILBOX_AT_REST out of the word, and then sees
-//   whether the node has sent more through the socket; if so, it puts the bit back and receives those.
+// - The client notes how many it has received, takes MAILBOX_AT_REST out of the word, and then sees whether the node has sent
+//   more through the socket; if so, it puts the bit back and receives those.
 // - The node puts a letter, or none when the packet went through the socket, puts the bit back and wakes the client.
-// Whoever puts the bit back has decided. While the node lives and the mailbox is open, the word has the number of the node's
+// Whoever puts the bit back has decided: the node takes its letter back if the client was first, though the client may listen
+// again by then and get it all the same. While the node lives and the mailbox is open, the word has the number of the node's
 // thread in its lower 30 bits and MAILBOX_ANSWERED_FOR above: it is a robust futex that the thread owns and somebody waits for.
 // So the kernel clears the number and wakes the client when the node is killed, be it between changing the word and waking.
 struct shared_mailbox {
     u32 word;
     u32 sent;          // packets through the socket since the welcome, counted by the node before it sends one
     u32 received;      // of those
-    u32 letter_bytes;  // 0: look at the socket
+    u32 letter_bytes;  // 0: look at the socket; again when the client has taken the letter
     u8 letter[4032];
 };
 inline constexpr u32 MAILBOX_ANSWERED_FOR = 0x80000000;

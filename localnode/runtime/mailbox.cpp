@@ -26,7 +26,6 @@ bool mailbox::listen(u32 received) noexcept
 {
     if (shared_ == nullptr || listening_)
         return listening_;
-    std::atomic_ref{shared_->letter_bytes}.store(0);
     std::atomic_ref{shared_->received}.store(received, std::memory_order_relaxed);
     u32 word = at_rest_;
     if (!std::atomic_ref{shared_->word}.compare_exchange_strong(word, listened_to()))
@@ -48,18 +47,19 @@ std::span<const u8> mailbox::next() noexcept
         while (listens())
             sleep_while(shared_->word, listened_to());
     listening_ = false;
-    return letter();
+    return take_letter();
 }
 
 std::span<const u8> mailbox::stop() noexcept
 {
-    return std::exchange(listening_, false) && !take_back() ? letter() : std::span<const u8>{};
+    return std::exchange(listening_, false) && !take_back() ? take_letter() : std::span<const u8>{};
 }
 
 // Also of a node that has ended since.
-std::span<const u8> mailbox::letter() const noexcept
+std::span<const u8> mailbox::take_letter() noexcept
 {
-    return {shared_->letter, std::min<std::size_t>(std::atomic_ref{shared_->letter_bytes}.load(), sizeof shared_->letter)};
+    const u32 bytes = std::atomic_ref{shared_->letter_bytes}.exchange(0);
+    return {shared_->letter, std::min<std::size_t>(bytes, sizeof shared_->letter)};
 }
 
 void mailbox::close() noexcept

@@ -32,7 +32,7 @@ private:
     bool take_back() noexcept;
     u32 listened_to() const noexcept { return at_rest_ & ~node::MAILBOX_AT_REST; }
     bool listens() const noexcept;
-    std::span<const u8> letter() const noexcept;
+    std::span<const u8> take_letter() noexcept;
 
     node::shared_mailbox* shared_ = nullptr;
     u32 at_rest_ = 0;  // the word's value
