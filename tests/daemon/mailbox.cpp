@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <random>
@@ -158,6 +159,23 @@ TEST_F(Mailbox, takes_one_letter_from_who_listens_when_all_before_has_been_recei
     sender.reset();
     EXPECT_EQ(copy(mailbox.next()), packet(7, 100)) << "what was sent before the end arrives";
     EXPECT_FALSE(mailbox.listen(received));
+}
+
+TEST_F(Mailbox, gets_a_letter_that_was_begun_before_it_stopped_listening_and_listened_again)
+{
+    node::shared_mailbox& shared = *node_memory.mailbox();
+    EXPECT_TRUE(mailbox.listen(received));
+    const u32 listened_to = shared.word;
+    const std::vector<u8> late = packet(1, 100);
+    std::ranges::copy(late, shared.letter);
+    shared.letter_bytes = 100;
+    EXPECT_TRUE(mailbox.stop().empty());
+    EXPECT_TRUE(mailbox.listen(received));
+    shared.word = listened_to | node::MAILBOX_AT_REST;
+    EXPECT_EQ(copy(mailbox.next()), late);
+    EXPECT_TRUE(mailbox.listen(received));
+    shared.word = listened_to | node::MAILBOX_AT_REST;
+    EXPECT_TRUE(mailbox.next().empty()) << "once";
 }
 
 TEST_F(Mailbox, is_left_for_good_when_either_end_closes_it)
