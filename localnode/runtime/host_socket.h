@@ -1,5 +1,5 @@
-// The socket host: the node is another process. A caller that sleeps reads the socket itself, so that a synchronous verb is one
-// send and one receive in one thread; the runtime thread watches the socket while no caller sleeps.
+// The socket host: the node is another process. A caller that sleeps waits for its packets itself, so that a synchronous verb is
+// one send and one wait in one thread; the runtime thread watches the socket while no caller sleeps.
 #pragma once
 
 #include "localnode/runtime/connection.h"

@@ -10,8 +10,11 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <random>
 #include <thread>
 #include <vector>

@@ -10,13 +10,10 @@ namespace tessaly {
 
 namespace {
 
-struct mailbox_of_node {
-    runtime::slots memory;
-    const int descriptor = memory.make();
+struct mailbox_of_node : memory_of_node {
     daemon::mailbox_sender sender;
 
     mailbox_of_node() { sender.open(memory); }
-    ~mailbox_of_node() { close(descriptor); }
 };
 
 }  // namespace

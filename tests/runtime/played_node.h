@@ -4,6 +4,7 @@
 #include "runtime_fixture.h"
 
 #include "localnode/engine/packet.h"
+#include "localnode/runtime/slots.h"
 #include "localnode/runtime/socket_calls.h"
 
 #include <sys/socket.h>
@@ -55,6 +56,13 @@ inline sockaddr_un address()
     place.copy(there.sun_path, sizeof there.sun_path - 1);
     return there;
 }
+
+// What such a node shares with its client.
+struct memory_of_node {
+    runtime::slots memory;
+    const int descriptor = memory.make();
+    ~memory_of_node() { close(descriptor); }
+};
 
 // Listens, and greets the next client as it is told.
 class played_node {

@@ -1,8 +1,6 @@
 // Long frames through the memory that a node shares with its client.
 #include "played_node.h"
 
-#include "localnode/runtime/slots.h"
-
 #include <fcntl.h>
 #include <sys/mman.h>
 
@@ -12,12 +10,6 @@ namespace {
 
 constexpr u32 LONG = 50'000;
 constexpr u8 CLIENTS_FIRST = SLOTS_EACH_WAY + 1;
-
-struct memory_of_node {
-    runtime::slots memory;
-    const int descriptor = memory.make();
-    ~memory_of_node() { close(descriptor); }
-};
 
 bytes long_message(u32 pend, u8 filler)
 {
